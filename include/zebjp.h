@@ -93,6 +93,90 @@ ZEBAPI ZebStatus zebiAdd128_JPEG_16s8u_C1R(const Zeb16s* src, int srcStep, Zeb8u
 ZEBAPI ZebStatus zebiSub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s* dst, int dstStep,
                                            ZebSize roiSize);
 
+/* ------------------------------------------------------------------ JPEG forward colour conversion */
+
+/* (end of JPEG forward colour conversion) */
+
+/* ------------------------------------------------------------------ JPEG inverse colour conversion */
+
+/* (end of JPEG inverse colour conversion) */
+
+/* ------------------------------------------------------------------ JPEG up- and down-sampling */
+
+/* (end of JPEG up- and down-sampling) */
+
+/* ------------------------------------------------------------------ JPEG MCU block encoders */
+
+/* (end of JPEG MCU block encoders) */
+
+/* ------------------------------------------------------------------ JPEG MCU block decoders */
+
+/* (end of JPEG MCU block decoders) */
+
+/* ------------------------------------------------------------------ JPEG quantisation tables and quantisers */
+
+/* (end of JPEG quantisation tables and quantisers) */
+
+/* ------------------------------------------------------------------ JPEG forward DCT */
+
+/* (end of JPEG forward DCT) */
+
+/* ------------------------------------------------------------------ JPEG inverse DCT */
+
+/* (end of JPEG inverse DCT) */
+
+/* ------------------------------------------------------------------ JPEG Huffman specifications and states */
+
+/* (end of JPEG Huffman specifications and states) */
+
+/* ------------------------------------------------------------------ JPEG baseline block coding */
+
+/* (end of JPEG baseline block coding) */
+
+/* ------------------------------------------------------------------ JPEG progressive coding and statistics */
+
+/* (end of JPEG progressive coding and statistics) */
+
+/* ------------------------------------------------------------------ JPEG lossless coding and predictors */
+
+/* (end of JPEG lossless coding and predictors) */
+
+/* ------------------------------------------------------------------ JPEG 2000 code-block encoder */
+
+/* (end of JPEG 2000 code-block encoder) */
+
+/* ------------------------------------------------------------------ JPEG 2000 code-block decoders */
+
+/* (end of JPEG 2000 code-block decoders) */
+
+/* ------------------------------------------------------------------ JPEG 2000 component transforms */
+
+/* (end of JPEG 2000 component transforms) */
+
+/* ------------------------------------------------------------------ JPEG 2000 5/3 wavelet */
+
+/* (end of JPEG 2000 5/3 wavelet) */
+
+/* ------------------------------------------------------------------ JPEG 2000 9/7 wavelet */
+
+/* (end of JPEG 2000 9/7 wavelet) */
+
+/* ------------------------------------------------------------------ JPEG 2000 whole-block wavelet drivers */
+
+/* (end of JPEG 2000 whole-block wavelet drivers) */
+
+/* ------------------------------------------------------------------ JPEG XR */
+
+/* (end of JPEG XR) */
+
+/* ------------------------------------------------------------------ Texture blocks */
+
+/* (end of Texture blocks) */
+
+/* ------------------------------------------------------------------ TIFF rows */
+
+/* (end of TIFF rows) */
+
 #ifdef __cplusplus
 }
 #endif
