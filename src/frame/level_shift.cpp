@@ -32,11 +32,23 @@ void add128Row(const int16_t* src, uint8_t* dst, int width) {
 
     const __m256i k256 = _mm256_set1_epi16(128);
     const __m128i k128 = _mm_set1_epi16(128);
-    for (; x + 32 <= width; x += 32) {
-        __m256i a = _mm256_adds_epi16(simd::loadu256(src + x), k256);
-        __m256i b = _mm256_adds_epi16(simd::loadu256(src + x + 16), k256);
-        __m256i p = _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
-        simd::storeu256(dst + x, p);
+    if (simd::aligned(src + x, 32)) {
+        for (; x + 32 <= width; x += 32) {
+            __m256i a = _mm256_adds_epi16(simd::loadu256(src + x), k256);
+            __m256i b = _mm256_adds_epi16(simd::loadu256(src + x + 16), k256);
+            simd::storeu256(dst + x, _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8));
+        }
+    } else {
+        // 16-byte aligned only: 16-byte loads never straddle a cache line.
+        for (; x + 32 <= width; x += 32) {
+            const __m128i* s = reinterpret_cast<const __m128i*>(src + x);
+            __m128i a = _mm_adds_epi16(_mm_load_si128(s), k128);
+            __m128i b = _mm_adds_epi16(_mm_load_si128(s + 1), k128);
+            __m128i c = _mm_adds_epi16(_mm_load_si128(s + 2), k128);
+            __m128i d = _mm_adds_epi16(_mm_load_si128(s + 3), k128);
+            simd::storeu128(dst + x, _mm_packus_epi16(a, b));
+            simd::storeu128(dst + x + 16, _mm_packus_epi16(c, d));
+        }
     }
     if (x + 16 <= width) {
         __m128i a = _mm_adds_epi16(simd::loadu128(src + x), k128);
@@ -69,10 +81,24 @@ void sub128Row(const uint8_t* src, int16_t* dst, int width) {
 
     const __m256i k256 = _mm256_set1_epi16(128);
     const __m128i k128 = _mm_set1_epi16(128);
-    for (; x + 32 <= width; x += 32) {
-        __m128i lo = simd::loadu128(src + x), hi = simd::loadu128(src + x + 16);
-        simd::storeu256(dst + x, _mm256_sub_epi16(_mm256_cvtepu8_epi16(lo), k256));
-        simd::storeu256(dst + x + 16, _mm256_sub_epi16(_mm256_cvtepu8_epi16(hi), k256));
+    if (simd::aligned(dst + x, 32)) {
+        for (; x + 32 <= width; x += 32) {
+            __m128i lo = simd::loadu128(src + x), hi = simd::loadu128(src + x + 16);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_sub_epi16(_mm256_cvtepu8_epi16(lo), k256));
+            _mm256_store_si256(reinterpret_cast<__m256i*>(dst + x + 16),
+                               _mm256_sub_epi16(_mm256_cvtepu8_epi16(hi), k256));
+        }
+    } else {
+        // 16-byte aligned only: 16-byte stores never straddle a cache line.
+        for (; x + 32 <= width; x += 32) {
+            __m128i* d = reinterpret_cast<__m128i*>(dst + x);
+            __m256i lo = _mm256_sub_epi16(_mm256_cvtepu8_epi16(simd::loadu128(src + x)), k256);
+            __m256i hi = _mm256_sub_epi16(_mm256_cvtepu8_epi16(simd::loadu128(src + x + 16)), k256);
+            _mm_store_si128(d, _mm256_castsi256_si128(lo));
+            _mm_store_si128(d + 1, _mm256_extracti128_si256(lo, 1));
+            _mm_store_si128(d + 2, _mm256_castsi256_si128(hi));
+            _mm_store_si128(d + 3, _mm256_extracti128_si256(hi, 1));
+        }
     }
     if (x + 16 <= width) {
         __m128i v = simd::loadu128(src + x);
