@@ -42,6 +42,13 @@ constexpr int32_t madd16(int16_t a0, int16_t b0, int16_t a1, int16_t b1) {
     return add32(int32_t{a0} * b0, int32_t{a1} * b1);
 }
 
+// Loads and stores of one element at any address. Callers may pass 16- and
+// 32-bit data at odd addresses; such elements go through these.
+template <class T>
+inline T loadAs(const void* p) { T v; std::memcpy(&v, p, sizeof v); return v; }
+template <class T>
+inline void storeAs(void* p, T v) { std::memcpy(p, &v, sizeof v); }
+
 // Bit-exact float/int reinterpretation.
 inline uint32_t bits(float f) { uint32_t u; std::memcpy(&u, &f, 4); return u; }
 inline float fromBits(uint32_t u) { float f; std::memcpy(&f, &u, 4); return f; }

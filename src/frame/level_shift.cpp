@@ -23,7 +23,7 @@ inline int16_t sub128(uint8_t v) { return static_cast<int16_t>(int32_t{v} - 128)
 void add128Row(const int16_t* src, uint8_t* dst, int width) {
     int x = 0;
     if (reinterpret_cast<uintptr_t>(src) & 1) {
-        for (; x < width; ++x) dst[x] = add128(src[x]);
+        for (; x < width; ++x) dst[x] = add128(loadAs<int16_t>(src + x));
         return;
     }
     const int pro = simd::toBoundary(src, 16, 2);
@@ -72,7 +72,7 @@ void add128Row(const int16_t* src, uint8_t* dst, int width) {
 void sub128Row(const uint8_t* src, int16_t* dst, int width) {
     int x = 0;
     if (reinterpret_cast<uintptr_t>(dst) & 1) {
-        for (; x < width; ++x) dst[x] = sub128(src[x]);
+        for (; x < width; ++x) storeAs<int16_t>(dst + x, sub128(src[x]));
         return;
     }
     const int pro = simd::toBoundary(dst, 16, 2);
