@@ -120,7 +120,20 @@ void sub128Row(const uint8_t* src, int16_t* dst, int width) {
 }  // namespace zeb
 
 // Threaded masters behind the exported entries; the arguments are tested.
+// Rows that follow each other without a gap on both sides form one long row;
+// every phase of the row kernel gives the same element results, so a small
+// region can run as one row and skip the per-row start-up.
+static bool contiguous(int srcStep, int srcElem, int dstStep, int dstElem, ZebSize roi) {
+    return roi.height > 1 && int64_t(roi.width) * roi.height <= zeb::kParallelThreshold &&
+           int64_t(srcStep) == int64_t(roi.width) * srcElem && int64_t(dstStep) == int64_t(roi.width) * dstElem;
+}
+
 ZebStatus ownzj_Add128_JPEG_16s8u_C1R(const Zeb16s* src, int srcStep, Zeb8u* dst, int dstStep, ZebSize roi) {
+    if (contiguous(srcStep, 2, dstStep, 1, roi)) {
+        ownGetNumThreads();  // asked on every call, as by every threaded operation
+        zeb::add128Row(src, dst, roi.width * roi.height);
+        return zebStatusOk;
+    }
     zeb::parallel_rows(roi.width, roi.height, [=](int32_t y) {
         zeb::add128Row(zeb::rowPtr(src, srcStep, y), zeb::rowPtr(dst, dstStep, y), roi.width);
     });
@@ -128,6 +141,11 @@ ZebStatus ownzj_Add128_JPEG_16s8u_C1R(const Zeb16s* src, int srcStep, Zeb8u* dst
 }
 
 ZebStatus ownzj_Sub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s* dst, int dstStep, ZebSize roi) {
+    if (contiguous(srcStep, 1, dstStep, 2, roi)) {
+        ownGetNumThreads();
+        zeb::sub128Row(src, dst, roi.width * roi.height);
+        return zebStatusOk;
+    }
     zeb::parallel_rows(roi.width, roi.height, [=](int32_t y) {
         zeb::sub128Row(zeb::rowPtr(src, srcStep, y), zeb::rowPtr(dst, dstStep, y), roi.width);
     });

@@ -108,6 +108,31 @@ TEST(LevelShiftRows, StepLargerThanRowLeavesGapUntouched) {
     EXPECT_TRUE(d8.guardsIntact());
 }
 
+// Rows packed without a gap may run as one long row; odd widths and odd
+// 16-bit pointers must give the same elements as row by row.
+TEST(LevelShiftRows, GaplessRowsAtOddWidthsAndPointers) {
+    for (int w = 1; w <= 21; w += 2) {
+        for (int h = 2; h <= 5; ++h) {
+            for (int off = 0; off < 4; ++off) {
+                const int n = w * h;
+                GuardedBuffer s16(2 * n, off), d8(n, off), d16(2 * n, off);
+                std::vector<int16_t> in(n);
+                zebtest::fillRandom(in.data(), n, -300, 300);
+                std::memcpy(s16.data(), in.data(), 2 * n);
+                ASSERT_EQ(zebiAdd128_JPEG_16s8u_C1R(s16.as<int16_t>(), 2 * w, d8.data(), w, ZebSize{w, h}), 0);
+                ASSERT_EQ(zebiSub128_JPEG_8u16s_C1R(d8.data(), w, d16.as<int16_t>(), 2 * w, ZebSize{w, h}), 0);
+                for (int i = 0; i < n; ++i) {
+                    ASSERT_EQ(d8.data()[i], refAdd(in[i])) << w << "x" << h << " off " << off;
+                    int16_t back;
+                    std::memcpy(&back, d16.data() + 2 * i, 2);
+                    ASSERT_EQ(back, refAdd(in[i]) - 128);
+                }
+                ASSERT_TRUE(d8.guardsIntact() && d16.guardsIntact());
+            }
+        }
+    }
+}
+
 // The serial path (8192 pixels) and the parallel one (8193) give the same
 // rows, with the core set to one and to several threads, and with more
 // threads than rows.
