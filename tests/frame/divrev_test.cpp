@@ -216,17 +216,6 @@ TEST(DivRevForms, SinglesUpToTheBoundaryThenBlocksOfEight) {
 
 // ---------------------------------------------------------------- threads
 
-TEST(DivRevThreads, ShareOfEachThread) {
-    EXPECT_EQ(zeb::divRevShare(2048, 2, 0).start, 0);
-    EXPECT_EQ(zeb::divRevShare(2048, 2, 0).count, 1024);
-    EXPECT_EQ(zeb::divRevShare(2048, 2, 1).start, 1024);
-    EXPECT_EQ(zeb::divRevShare(2048, 2, 1).count, 1024);
-    EXPECT_EQ(zeb::divRevShare(2049, 2, 0).count, 1024);
-    EXPECT_EQ(zeb::divRevShare(2049, 2, 1).start, 1024);
-    EXPECT_EQ(zeb::divRevShare(2049, 2, 1).count, 1025);
-    EXPECT_EQ(zeb::divRevShare(2049, 1, 0).count, 2049);
-}
-
 // The counter counts threads that met a zero: zeros on both sides of the
 // split count twice, zeros on one side once. With one thread, or more threads
 // than elements, the kernel runs once on the calling thread.
@@ -251,6 +240,11 @@ TEST(DivRevThreads, SplitSeenThroughTheZeroCounter) {
         EXPECT_EQ(out[r.len - 3], 4681);
         EXPECT_EQ(ownzebsDivCRev_16u(in.data(), 32768, out.data(), r.len), zebStatusDivideByZero);
     }
+    // The share function behind the split.
+    EXPECT_EQ(zeb::divRevShare(2048, 2, 1).start, 1024);
+    EXPECT_EQ(zeb::divRevShare(2048, 2, 1).count, 1024);
+    EXPECT_EQ(zeb::divRevShare(2049, 2, 0).count, 1024);
+    EXPECT_EQ(zeb::divRevShare(2049, 2, 1).count, 1025);
 }
 
 // The second thread starts at element len / 2. For 4098 elements that is
