@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "frame/memory.h"
@@ -171,9 +172,10 @@ TEST(MemoryStreaming, DecisionFollowsCacheReport) {
 // non-temporal blocks and the tail of 32..1 bytes.
 TEST(MemoryStreaming, StreamingAndOrdinaryFillsAgree) {
     const std::vector<FillCase> fills = allFills();
-    for (int cacheStatus : {0, -1}) {
-        CacheSize cs(cacheStatus, 1 << 20);
-        ASSERT_EQ(zeb::fillStreams(2097153), cacheStatus == 0);
+    const std::pair<int, int> reports[] = {{0, 1 << 20}, {-1, 1 << 20}, {0, 0}};
+    for (const auto& [status, size] : reports) {
+        CacheSize cs(status, size);
+        ASSERT_EQ(zeb::fillStreams(2097153), status == 0 && size > 0);
         for (const FillCase& c : fills) {
             for (int bytes : {2097152, 2097153, 2097152 + 127}) {
                 const int len = (bytes + c.unit - 1) / c.unit;
