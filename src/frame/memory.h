@@ -47,3 +47,28 @@ ZebStatus ownzebsDivCRev_16u_I(Zeb16u value, Zeb16u* srcDst, int len);
 ZebStatus ownzebsDivCRev_16u(const Zeb16u* src, Zeb16u value, Zeb16u* dst, int len);
 int ownzebsDivCRev_16u_omp(const Zeb16u* src, Zeb16u value, Zeb16u* dst, int len);
 int ownsDivCRevBlock_16u(const Zeb16u* src, Zeb16u value, Zeb16u* dst, int len);
+
+// Internal pieces of the primitives above, declared for the kernels that use
+// them and for the tests that check them.
+#include <cstddef>
+
+namespace zeb {
+// True when a fill of `bytes` bytes bypasses the cache: above kStreamThreshold,
+// the core reports status 0 and a positive cache size, and `bytes` is above it.
+bool fillStreams(size_t bytes);
+
+// One element of the reverse division in its single form: value / x in one
+// single-precision division, rounded to nearest with ties to even; 65535 for x 0.
+Zeb16u divRevOne(Zeb16u value, Zeb16u x);
+// Eight elements in the reciprocal form; dst must be 16-byte aligned. Returns 1
+// when one of the eight divisors was 0 (that entry holds 65535), else 0.
+int divRevEight(const Zeb16u* src, Zeb16u value, Zeb16u* dst);
+
+// The share of thread `thread` out of `threads` in the parallel reverse
+// division: `len / threads` elements each, the last thread also the remainder.
+struct DivRevShare {
+    int start;
+    int count;
+};
+DivRevShare divRevShare(int len, int threads, int thread);
+}  // namespace zeb
