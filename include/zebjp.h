@@ -175,6 +175,20 @@ ZEBAPI ZebStatus zebiSub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s
 
 /* ------------------------------------------------------------------ TIFF rows */
 
+/* Packs one row of srcLen bytes as PackBits packets at dst + *dstPos, with
+ * dstLen bytes of room from there. *dstPos moves behind the last complete
+ * packet; -124 when a packet does not fit (retry from the same *dstPos). */
+ZEBAPI ZebStatus zebiPackBitsRow_TIFF_8u_C1(const Zeb8u* src, int srcLen, Zeb8u* dst, int* dstPos, int dstLen);
+/* Unpacks packets from src + *srcPos (srcLen is the end offset of the data)
+ * until exactly dstLen bytes are in dst. *srcPos moves behind what was read;
+ * -124 when the data ends or a packet would overflow dst. */
+ZEBAPI ZebStatus zebiUnpackBitsRow_TIFF_8u_C1(const Zeb8u* src, int* srcPos, int srcLen, Zeb8u* dst, int dstLen);
+/* Splits len little-endian 16-bit samples: high bytes to dst[0], low bytes to
+ * dst[1]. A len below 1 is -14. */
+ZEBAPI ZebStatus zebiSplitRow_TIFF_16u8u_C1(const Zeb16u* src, Zeb8u* dst[2], int len);
+/* Joins high bytes from src[0] and low bytes from src[1] into len samples. */
+ZEBAPI ZebStatus zebiJoinRow_TIFF_8u16u_C1(const Zeb8u* const src[2], Zeb16u* dst, int len);
+
 /* (end of TIFF rows) */
 
 #ifdef __cplusplus
