@@ -63,6 +63,42 @@ inline int literalLength(const uint8_t* s, int start, int n) {
     return len;
 }
 
+// Short packets dominate noisy rows; they are copied and filled in line with
+// overlapping stores that stay inside the packet, longer ones through the
+// shared copy and fill.
+inline void copyShort(const uint8_t* s, uint8_t* d, int n) {
+    if (n >= 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + n - 16));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), a);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 16), b);
+    } else if (n >= 8) {
+        const uint64_t a = loadAs<uint64_t>(s), b = loadAs<uint64_t>(s + n - 8);
+        storeAs(d, a);
+        storeAs(d + n - 8, b);
+    } else if (n >= 4) {
+        const uint32_t a = loadAs<uint32_t>(s), b = loadAs<uint32_t>(s + n - 4);
+        storeAs(d, a);
+        storeAs(d + n - 4, b);
+    } else {
+        for (int i = 0; i < n; ++i) d[i] = s[i];
+    }
+}
+
+inline void fillShort(uint8_t v, uint8_t* d, int n) {
+    if (n >= 16) {
+        const __m128i x = _mm_set1_epi8(static_cast<char>(v));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + n - 16), x);
+    } else if (n >= 8) {
+        const uint64_t x = 0x0101010101010101ull * v;
+        storeAs(d, x);
+        storeAs(d + n - 8, x);
+    } else {
+        for (int i = 0; i < n; ++i) d[i] = v;
+    }
+}
+
 }  // namespace
 
 ZebStatus packBitsRow(const uint8_t* src, int srcLen, uint8_t* dst, int* dstPos, int dstLen) {
@@ -100,13 +136,15 @@ ZebStatus unpackBitsRow(const uint8_t* src, int* srcPos, int srcLen, uint8_t* ds
         if (n >= 0) {
             const int count = n + 1;
             if (count > srcLen - pos || count > dstLen - produced) { *srcPos = pos; return zebStatusBufferLimit; }
-            ownsCopy_8u(src + pos, dst + produced, count);
+            if (count <= 32) copyShort(src + pos, dst + produced, count);
+            else ownsCopy_8u(src + pos, dst + produced, count);
             pos += count;
             produced += count;
         } else if (n != -128) {
             const int count = 1 - n;
             if (pos >= srcLen || count > dstLen - produced) { *srcPos = pos; return zebStatusBufferLimit; }
-            ownsSet_8u(src[pos], dst + produced, count);
+            if (count <= 32) fillShort(src[pos], dst + produced, count);
+            else ownsSet_8u(src[pos], dst + produced, count);
             ++pos;
             produced += count;
         }
