@@ -114,10 +114,40 @@ ZEBAPI ZebStatus zebiSub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s
 /* (end of JPEG MCU block decoders) */
 
 /* ------------------------------------------------------------------ JPEG quantisation tables and quantisers */
+/* Tables are 64 entries. The raw table holds the steps (1..255) in zigzag
+ * order; forward (32768 / step, rounded) and inverse (the step) tables are
+ * 16-bit, in natural order. */
+
+/* Scales a raw table in place by a quality factor (>= 1): 5000 / quality
+ * below 50, 200 - 2 * quality from 50; entries clamp to 1..255. */
+ZEBAPI ZebStatus zebiQuantFwdRawTableInit_JPEG_8u(Zeb8u* rawTable, int quality);
+/* Forward table from a raw table. Returns 6 (and 65535 in that entry) for a
+ * zero step. */
+ZEBAPI ZebStatus zebiQuantFwdTableInit_JPEG_8u16u(const Zeb8u* rawTable, Zeb16u* fwdTable);
+/* Inverse table from a raw table: the steps in natural order. */
+ZEBAPI ZebStatus zebiQuantInvTableInit_JPEG_8u16u(const Zeb8u* rawTable, Zeb16u* invTable);
+/* Quantises a coefficient block in place; halves round toward +infinity. */
+ZEBAPI ZebStatus zebiQuantFwd8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* fwdTable);
+/* Dequantises a coefficient block in place: low 16 bits of each product. */
+ZEBAPI ZebStatus zebiQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* invTable);
 
 /* (end of JPEG quantisation tables and quantisers) */
 
 /* ------------------------------------------------------------------ JPEG forward DCT */
+/* 8x8 forward DCT with quantisation fused (round to nearest, ties to even).
+ * Blocks are 64 Zeb16s in natural order. */
+
+/* Level-shifted 16-bit block to quantised coefficients; dst may equal src. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, const Zeb16u* fwdTable);
+/* The same in place. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* fwdTable);
+/* 8x8 bytes (srcStep bytes apart), minus 128, to quantised coefficients. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s* dst,
+                                                     const Zeb16u* fwdTable);
+/* 12-bit samples (0..4095, srcStep bytes apart), minus 2048, single-precision
+ * transform; each coefficient is multiplied by its float table entry. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const Zeb16u* src, int srcStep, Zeb16s* dst,
+                                                      const Zeb32f* fwdTable);
 
 /* (end of JPEG forward DCT) */
 
