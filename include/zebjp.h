@@ -152,6 +152,37 @@ ZEBAPI ZebStatus zebiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const Zeb16u* src, int src
 /* (end of JPEG forward DCT) */
 
 /* ------------------------------------------------------------------ JPEG inverse DCT */
+/* Dequantisation (low 16 bits of each product) and 8x8 inverse DCT. The LS
+ * members add 128 and store bytes 0..255, dstStep bytes between rows. The
+ * application picks the narrowest member that covers its non-zero
+ * coefficients; no member looks at the data to choose a path. */
+
+/* All 64 coefficients to 8x8 bytes. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                     const Zeb16u* invTable);
+/* Only the DC: all 64 bytes equal (exact product, shifted by 3, no rounding). */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                         const Zeb16u* invTable);
+/* Only elements 0, 1, 8 and 9 are read. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                         const Zeb16u* invTable);
+/* Only the first four elements of rows 0 to 3 are read. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                         const Zeb16u* invTable);
+/* Reduced output: 2x2 bytes (two in each of two rows). */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                          const Zeb16u* invTable);
+/* Reduced output: 4x4 bytes. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                          const Zeb16u* invTable);
+/* 12-bit samples in single precision with a float table of steps: 2048 is
+ * added, the value truncated and clamped to 0..4095. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_JPEG_16s16u_C1R(const Zeb16s* src, Zeb16u* dst, int dstStep,
+                                                      const Zeb32f* invTable);
+/* 16-bit output without the level shift; dst may equal src. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, const Zeb16u* invTable);
+/* The same in place. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* invTable);
 
 /* (end of JPEG inverse DCT) */
 
