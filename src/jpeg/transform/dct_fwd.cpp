@@ -136,35 +136,40 @@ inline __m256i fdctRowPairAvx2(__m256i w, int p) {
     const __m256i round = _mm256_set1_epi32(524288);
     const int16_t(*c)[16] = kFwdRow[p].v;
     const __m256i wr = _mm256_shuffle_epi8(w, rev);
-    const __m256i sd = _mm256_unpacklo_epi64(_mm256_adds_epi16(w, wr), _mm256_subs_epi16(w, wr));
+    const __m256i s = _mm256_adds_epi16(w, wr), d = _mm256_subs_epi16(w, wr);  // s0..s3, d0..d3 in lanes 0..3
     __m256i even = _mm256_add_epi32(
-        _mm256_madd_epi16(_mm256_shuffle_epi32(sd, 0x00), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[0]))),
-        _mm256_madd_epi16(_mm256_shuffle_epi32(sd, 0x55), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[1]))));
+        _mm256_madd_epi16(_mm256_shuffle_epi32(s, 0x00), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[0]))),
+        _mm256_madd_epi16(_mm256_shuffle_epi32(s, 0x55), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[1]))));
     __m256i odd = _mm256_add_epi32(
-        _mm256_madd_epi16(_mm256_shuffle_epi32(sd, 0xAA), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[2]))),
-        _mm256_madd_epi16(_mm256_shuffle_epi32(sd, 0xFF), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[3]))));
+        _mm256_madd_epi16(_mm256_shuffle_epi32(d, 0x00), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[2]))),
+        _mm256_madd_epi16(_mm256_shuffle_epi32(d, 0x55), _mm256_load_si256(reinterpret_cast<const __m256i*>(c[3]))));
     even = _mm256_srai_epi32(_mm256_add_epi32(even, round), 20);
     odd = _mm256_srai_epi32(_mm256_add_epi32(odd, round), 20);
     return _mm256_shuffle_epi8(_mm256_packs_epi32(even, odd), order);
 }
 
-// round(f * r / 32768), ties to even, saturated; r unsigned.
-inline __m256i quantRoundEvenAvx2(__m256i f, __m256i r) {
+// round(f * r / 32768), ties to even, saturated; r unsigned. Worked in 16-bit
+// lanes: the product's high word h and low word l give floor(P / 32768) =
+// 2h + (l >> 15), whose parity is l >> 15; the remainder l & 0x7fff decides
+// the carry. 2h + carry is then summed with saturation, h last, so that the
+// result saturates exactly where the true quotient leaves 16 bits.
+inline __m256i quantRoundEven16(__m256i f, __m256i r) {
     const __m256i lo = _mm256_mullo_epi16(f, r);
     const __m256i hi = _mm256_sub_epi16(_mm256_mulhi_epu16(f, r), _mm256_and_si256(_mm256_srai_epi16(f, 15), r));
-    const __m256i bias = _mm256_set1_epi32(16383), one = _mm256_set1_epi32(1);
-    __m256i pa = _mm256_unpacklo_epi16(lo, hi), pb = _mm256_unpackhi_epi16(lo, hi);
-    pa = _mm256_add_epi32(pa, _mm256_add_epi32(bias, _mm256_and_si256(_mm256_srli_epi32(pa, 15), one)));
-    pb = _mm256_add_epi32(pb, _mm256_add_epi32(bias, _mm256_and_si256(_mm256_srli_epi32(pb, 15), one)));
-    return _mm256_packs_epi32(_mm256_srai_epi32(pa, 15), _mm256_srai_epi32(pb, 15));
+    const __m256i odd = _mm256_srli_epi16(lo, 15);
+    const __m256i rem = _mm256_and_si256(lo, _mm256_set1_epi16(0x7FFF));
+    const __m256i carry = _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(rem, _mm256_set1_epi16(16383)), odd), 15);
+    const __m256i low = _mm256_add_epi16(odd, carry);  // 0, 1 or 2
+    return _mm256_adds_epi16(_mm256_adds_epi16(hi, low), hi);
 }
 
 // Row pass and fused quantisation of the column-pass output, stored to dst.
 inline void fdctRowsQuantStore(const __m128i r[8], int16_t* dst, const uint16_t* fwd) {
+    #pragma GCC unroll 8
     for (int p = 0; p < 4; ++p) {
         __m256i w = _mm256_set_m128i(r[2 * p + 1], r[2 * p]);
         __m256i x = fdctRowPairAvx2(w, p);
-        simd::storeu256(dst + 16 * p, quantRoundEvenAvx2(x, simd::loadu256(fwd + 16 * p)));
+        simd::storeu256(dst + 16 * p, quantRoundEven16(x, simd::loadu256(fwd + 16 * p)));
     }
 }
 
@@ -239,6 +244,11 @@ int16_t quantRoundEven(int16_t f, uint16_t r) {
     return sat16(q);
 }
 
+void quantRoundEvenAvx2(const int16_t* f, const uint16_t* r, int16_t* out) {
+    for (int i = 0; i < 64; i += 16)
+        simd::storeu256(out + i, quantRoundEven16(simd::loadu256(f + i), simd::loadu256(r + i)));
+}
+
 void fdctScalar(const int16_t* src, int16_t* dst) {
     int16_t b[64];
     std::memcpy(b, src, sizeof b);
@@ -260,6 +270,7 @@ void fdctQuantScalar(const int16_t* src, int16_t* dst, const uint16_t* fwd) {
 
 void fdctQuantAvx2(const int16_t* src, int16_t* dst, const uint16_t* fwd) {
     __m128i r[8];
+    #pragma GCC unroll 8
     for (int i = 0; i < 8; ++i) r[i] = simd::loadu128(src + 8 * i);
     fdctColumnsAvx2(r);
     fdctRowsQuantStore(r, dst, fwd);
@@ -275,6 +286,7 @@ void fdctQuantLSScalar(const uint8_t* src, int srcStep, int16_t* dst, const uint
 void fdctQuantLSAvx2(const uint8_t* src, int srcStep, int16_t* dst, const uint16_t* fwd) {
     const __m128i k128 = _mm_set1_epi16(128);
     __m128i r[8];
+    #pragma GCC unroll 8
     for (int i = 0; i < 8; ++i)
         r[i] = _mm_sub_epi16(_mm_cvtepu8_epi16(simd::load64(src + static_cast<ptrdiff_t>(i) * srcStep)), k128);
     fdctColumnsAvx2(r);
@@ -301,6 +313,7 @@ void fdctFloatScalar(const uint16_t* src, int srcStep, int16_t* dst, const float
 void fdctFloatAvx2(const uint16_t* src, int srcStep, int16_t* dst, const float* tbl) {
     const __m256 k2048 = _mm256_set1_ps(2048.0f);
     __m256 x[8];
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; ++r) {
         const __m128i row = simd::loadu128(reinterpret_cast<const uint8_t*>(src) + static_cast<ptrdiff_t>(r) * srcStep);
         x[r] = _mm256_sub_ps(_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(row)), k2048);
@@ -310,8 +323,10 @@ void fdctFloatAvx2(const uint16_t* src, int srcStep, int16_t* dst, const float* 
     transpose8x8Ps(x);  // registers hold rows again: the pass runs down the columns
     fdctLineAvx2(x);
     const __m256 hiC = _mm256_set1_ps(32767.0f), loC = _mm256_set1_ps(-32768.0f);
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; r += 2) {
         __m256i q[2];
+        #pragma GCC unroll 8
         for (int h = 0; h < 2; ++h) {
             __m256 v = _mm256_mul_ps(x[r + h], _mm256_load_ps(kFloatScale + 8 * (r + h)));
             v = _mm256_mul_ps(v, _mm256_loadu_ps(tbl + 8 * (r + h)));

@@ -210,6 +210,7 @@ inline __m256i load2Rows(const int16_t* p) {
 template <bool Aligned>
 inline void idctBlockAvx2(const int16_t* src, const uint16_t* inv, __m128i out[8]) {
     __m128i R[8];
+    #pragma GCC unroll 8
     for (int p = 0; p < 4; ++p) {
         const __m256i w = _mm256_mullo_epi16(load2Rows<Aligned>(src + 16 * p),
                                              load2Rows<Aligned>(reinterpret_cast<const int16_t*>(inv) + 16 * p));
@@ -224,6 +225,7 @@ template <bool Aligned>
 void idctLSAvx2Impl(const int16_t* src, const uint16_t* inv, uint8_t* dst, int dstStep) {
     __m128i out[8];
     idctBlockAvx2<Aligned>(src, inv, out);
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; r += 2) storeBytePair(out[r], out[r + 1], rowAt(dst, dstStep, r), rowAt(dst, dstStep, r + 1));
 }
 
@@ -293,6 +295,7 @@ void idctScalar(const int16_t* src, const uint16_t* inv, int16_t* dst) {
 void idctAvx2(const int16_t* src, const uint16_t* inv, int16_t* dst) {
     __m128i out[8];
     idctBlockAvx2<false>(src, inv, out);
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; ++r) simd::storeu128(dst + 8 * r, out[r]);
 }
 
@@ -348,6 +351,7 @@ void idct2x2LSAvx2(const int16_t* src, const uint16_t* inv, uint8_t* dst, int ds
     const __m128i up = adds(r0, one), dn = subs(r0, one);
     __m128i o[8] = {adds(up, r1), adds(r0, b1), adds(r0, b2), adds(dn, D),
                     subs(dn, D),  subs(r0, b2), subs(r0, b1), subs(up, r1)};
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; r += 2)
         storeBytePair(_mm_srai_epi16(o[r], 6), _mm_srai_epi16(o[r + 1], 6), rowAt(dst, dstStep, r),
                       rowAt(dst, dstStep, r + 1));
@@ -366,6 +370,7 @@ void idct4x4LSScalar(const int16_t* src, const uint16_t* inv, uint8_t* dst, int 
 
 void idct4x4LSAvx2(const int16_t* src, const uint16_t* inv, uint8_t* dst, int dstStep) {
     __m128i R[4];
+    #pragma GCC unroll 8
     for (int p = 0; p < 2; ++p) {
         const int16_t* s = src + 16 * p;
         const uint16_t* q = inv + 16 * p;
@@ -389,6 +394,7 @@ void idct4x4LSAvx2(const int16_t* src, const uint16_t* inv, uint8_t* dst, int ds
     const __m128i e0 = adds(R[0], E), e3 = subs(R[0], E), e1 = adds(R[0], F), e2 = subs(R[0], F);
     const __m128i o[8] = {adds(e0, b0), adds(e1, b1), adds(e2, b2), adds(e3, b3),
                           subs(e3, b3), subs(e2, b2), subs(e1, b1), subs(e0, b0)};
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; r += 2)
         storeBytePair(_mm_srai_epi16(o[r], 6), _mm_srai_epi16(o[r + 1], 6), rowAt(dst, dstStep, r),
                       rowAt(dst, dstStep, r + 1));
@@ -482,6 +488,7 @@ inline void store16(uint8_t* p, __m128i v) {
 void idctTo2x2LSAvx2(const int16_t* src, const uint16_t* inv, uint8_t* dst, int dstStep) {
     const int rows[3][2] = {{0, 1}, {3, 5}, {7, 7}};
     __m128i Y[3][2];
+    #pragma GCC unroll 8
     for (int p = 0; p < 3; ++p) {
         const int16_t* s0 = src + 8 * rows[p][0];
         const int16_t* s1 = src + 8 * rows[p][1];
@@ -557,6 +564,7 @@ void idctTo4x4LSAvx2(const int16_t* src, const uint16_t* inv, uint8_t* dst, int 
     const __m256i split = _mm256_setr_epi8(0, 1, 4, 5, 12, 13, -1, -1, 2, 3, 6, 7, 10, 11, 14, 15,
                                            0, 1, 4, 5, 12, 13, -1, -1, 2, 3, 6, 7, 10, 11, 14, 15);
     __m128i R[8];
+    #pragma GCC unroll 8
     for (int p = 0; p < 4; ++p) {
         const __m256i w = _mm256_mullo_epi16(simd::loadu256(src + 16 * p), simd::loadu256(inv + 16 * p));
         const __m256i s = _mm256_shuffle_epi8(w, split);
@@ -611,6 +619,7 @@ void idctFloatScalar(const int16_t* src, const float* tbl, uint16_t* dst, int ds
 
 void idctFloatAvx2(const int16_t* src, const float* tbl, uint16_t* dst, int dstStep) {
     __m256 y[8];
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; ++r) {
         const __m256 c = _mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(simd::loadu128(src + 8 * r)));
         y[r] = _mm256_mul_ps(_mm256_mul_ps(c, _mm256_loadu_ps(tbl + 8 * r)), _mm256_load_ps(kFloatScale + 8 * r));
@@ -622,8 +631,10 @@ void idctFloatAvx2(const int16_t* src, const float* tbl, uint16_t* dst, int dstS
     const __m256 k2048 = _mm256_set1_ps(2048.0f);
     const __m256 hiC = _mm256_set1_ps(32767.0f), loC = _mm256_set1_ps(-32768.0f);
     const __m256i zero = _mm256_setzero_si256(), top = _mm256_set1_epi16(4095);
+    #pragma GCC unroll 8
     for (int r = 0; r < 8; r += 2) {
         __m256i t[2];
+        #pragma GCC unroll 8
         for (int h = 0; h < 2; ++h) {
             __m256 v = _mm256_add_ps(y[r + h], k2048);
             v = _mm256_max_ps(_mm256_min_ps(v, hiC), loC);

@@ -24,6 +24,8 @@ void quantInvAvx2(int16_t* blk, const uint16_t* inv);
 // Quantisation fused into the forward transforms: round(f * r / 32768),
 // ties to even, saturated to 16 bits.
 int16_t quantRoundEven(int16_t f, uint16_t r);
+// The same on 64 elements with the vector kernel of the forward members.
+void quantRoundEvenAvx2(const int16_t* f, const uint16_t* r, int16_t* out);
 
 // ---------------------------------------------------------------- forward DCT
 // 16-bit fixed-point transform of a level-shifted block, unquantised.

@@ -2,6 +2,7 @@
 // their scalar twins, closeness to the exact transform, guards and steps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -131,6 +132,32 @@ TEST(DctFwdValues, CloseToExactTransform) {
     }
     EXPECT_LE(maxErr8, 2);
     EXPECT_LE(maxErr12, 1);
+}
+
+// The vector form of the fused quantisation against the scalar one for every
+// coefficient, with steps that hit ties, large reciprocals and saturation.
+TEST(DctFwdKernels, FusedQuantisationEveryCoefficient) {
+    std::vector<uint16_t> recips = {0, 1, 2, 3, 129, 2048, 10923, 16384, 16385, 32767, 32768, 32769, 40000, 65534, 65535};
+    for (int i = 0; i < 20; ++i) recips.push_back(static_cast<uint16_t>(zebtest::rng()()));
+    for (uint16_t r : recips) {
+        uint16_t tab[64];
+        for (auto& t : tab) t = r;
+        for (int base = -32768; base < 32768; base += 64) {
+            int16_t f[64], a[64];
+            for (int i = 0; i < 64; ++i) f[i] = static_cast<int16_t>(base + i);
+            zj::quantRoundEvenAvx2(f, tab, a);
+            for (int i = 0; i < 64; ++i) {
+                // Exact rational rounding, ties to even, saturated.
+                const int64_t p = int64_t{f[i]} * r;
+                int64_t q = p >= 0 ? p / 32768 : -((-p + 32767) / 32768);
+                const int64_t rem = p - q * 32768;
+                if (rem > 16384 || (rem == 16384 && (q & 1))) ++q;
+                q = std::clamp<int64_t>(q, -32768, 32767);
+                ASSERT_EQ(zj::quantRoundEven(f[i], r), q) << f[i] << " " << r;
+                ASSERT_EQ(a[i], q) << f[i] << " " << r;
+            }
+        }
+    }
 }
 
 // Vector kernels against scalar twins: ordinary and extreme inputs (the
