@@ -455,8 +455,9 @@ constexpr To2Consts makeTo2() {
 }
 constexpr To2Consts kTo2Vec = makeTo2();
 
-// pmaddwd constants of the reduced 4x4 row pass on rows rearranged to
-// [w0 w2 w6 0 w1 w3 w5 w7]; the four 32-bit lanes are the four outputs.
+// pmaddwd constants of the reduced 4x4 row pass on the natural pairs (w0,w1),
+// (w2,w3), (w4,w5), (w6,w7); the four 32-bit lanes are the four outputs
+// [E0+O0, E1+O1, E1-O1, E0-O0].
 struct To4Consts { alignas(32) int16_t v[4][4][16]; alignas(32) int32_t r[4][8]; };
 constexpr To4Consts makeTo4() {
     To4Consts t{};
@@ -465,10 +466,10 @@ constexpr To4Consts makeTo4() {
             const To4Row& k = kTo4[2 * p + h];
             auto n = [](int16_t v) { return static_cast<int16_t>(-v); };
             const int16_t c[4][8] = {
-                {k.k, k.a, k.k, n(k.a), k.k, n(k.a), k.k, k.a},
-                {n(k.f), 0, k.f, 0, k.f, 0, n(k.f), 0},
-                {k.b, k.c, k.d, n(k.e), n(k.d), k.e, n(k.b), n(k.c)},
-                {n(k.g), n(k.h), k.i, n(k.j), n(k.i), k.j, k.g, k.h},
+                {k.k, k.b, k.k, k.d, k.k, n(k.d), k.k, n(k.b)},
+                {k.a, k.c, n(k.a), n(k.e), n(k.a), k.e, k.a, n(k.c)},
+                {0, n(k.g), 0, k.i, 0, n(k.i), 0, k.g},
+                {n(k.f), n(k.h), k.f, n(k.j), k.f, k.j, n(k.f), k.h},
             };
             for (int m = 0; m < 4; ++m)
                 for (int j = 0; j < 8; ++j) t.v[p][m][8 * h + j] = c[m][j];
@@ -561,13 +562,11 @@ void idctTo4x4LSScalar(const int16_t* src, const uint16_t* inv, uint8_t* dst, in
 }
 
 void idctTo4x4LSAvx2(const int16_t* src, const uint16_t* inv, uint8_t* dst, int dstStep) {
-    const __m256i split = _mm256_setr_epi8(0, 1, 4, 5, 12, 13, -1, -1, 2, 3, 6, 7, 10, 11, 14, 15,
-                                           0, 1, 4, 5, 12, 13, -1, -1, 2, 3, 6, 7, 10, 11, 14, 15);
     __m128i R[8];
     #pragma GCC unroll 8
     for (int p = 0; p < 4; ++p) {
         const __m256i w = _mm256_mullo_epi16(simd::loadu256(src + 16 * p), simd::loadu256(inv + 16 * p));
-        const __m256i s = _mm256_shuffle_epi8(w, split);
+        const __m256i s = w;
         const auto& c = kTo4Vec.v[p];
         __m256i o = _mm256_add_epi32(_mm256_madd_epi16(_mm256_shuffle_epi32(s, 0x00), ld(c[0])),
                                      _mm256_madd_epi16(_mm256_shuffle_epi32(s, 0x55), ld(c[1])));
