@@ -19,7 +19,6 @@ TEST(QuantChecks, NullPointersAndQualityLeaveMemoryUntouched) {
     GuardedBuffer raw(64), tab(128), blk(128);
     uint8_t r8[64] = {};
     uint16_t t16[64] = {};
-    int16_t b16[64] = {};
     struct Row { const char* name; ZebStatus got; ZebStatus want; };
     const Row rows[] = {
         {"raw null", zebiQuantFwdRawTableInit_JPEG_8u(nullptr, 0), zebStatusNullPointer},
@@ -38,7 +37,6 @@ TEST(QuantChecks, NullPointersAndQualityLeaveMemoryUntouched) {
     EXPECT_TRUE(raw.untouched());
     EXPECT_TRUE(tab.untouched());
     EXPECT_TRUE(blk.untouched());
-    (void)b16;
 }
 
 std::vector<uint8_t> scaled(uint8_t entry, int quality) {
