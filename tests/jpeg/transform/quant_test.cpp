@@ -175,22 +175,4 @@ TEST(QuantKernels, VectorMatchesScalarAtEveryAlignment) {
     }
 }
 
-// The forward quantiser divides: its result is within one of x / step.
-TEST(QuantFwd, ApproximatesDivisionForEveryStep) {
-    for (int step = 1; step <= 255; ++step) {
-        uint8_t raw[64];
-        std::memset(raw, step, 64);
-        alignas(16) uint16_t fwd[64];
-        ASSERT_EQ(zebiQuantFwdTableInit_JPEG_8u16u(raw, fwd), zebStatusOk);
-        for (int base = -4032; base < 4096; base += 448) {
-            alignas(16) int16_t b[64];
-            for (int i = 0; i < 64; ++i) b[i] = static_cast<int16_t>(base + i);
-            zebiQuantFwd8x8_JPEG_16s_C1I(b, fwd);
-            for (int i = 0; i < 64; ++i)
-                ASSERT_LE(std::fabs(b[i] - static_cast<double>(base + i) / step), 1.0)
-                    << "step " << step << " x " << base + i;
-        }
-    }
-}
-
 }  // namespace
