@@ -34,11 +34,6 @@ inline constexpr float kFt1 = 0.19891237f;
 inline constexpr float kFt2 = 0.41421357f;
 inline constexpr float kFt3 = 0.6681786f;
 
-// Eight 16-bit lanes broadcast into both halves of a 256-bit register.
-inline __m256i set8x2(int16_t a, int16_t b, int16_t c, int16_t d, int16_t e, int16_t f, int16_t g, int16_t h) {
-    return _mm256_setr_epi16(a, b, c, d, e, f, g, h, a, b, c, d, e, f, g, h);
-}
-
 // 8x8 transpose of floats held in eight 256-bit registers.
 inline void transpose8x8Ps(__m256 r[8]) {
     __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
