@@ -114,14 +114,75 @@ ZEBAPI ZebStatus zebiSub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s
 /* (end of JPEG MCU block decoders) */
 
 /* ------------------------------------------------------------------ JPEG quantisation tables and quantisers */
+/* Tables are 64 entries. The raw table holds the steps (1..255) in zigzag
+ * order; forward (32768 / step, rounded) and inverse (the step) tables are
+ * 16-bit, in natural order. */
+
+/* Scales a raw table in place by a quality factor (>= 1): 5000 / quality
+ * below 50, 200 - 2 * quality from 50; entries clamp to 1..255. */
+ZEBAPI ZebStatus zebiQuantFwdRawTableInit_JPEG_8u(Zeb8u* rawTable, int quality);
+/* Forward table from a raw table. Returns 6 (and 65535 in that entry) for a
+ * zero step. */
+ZEBAPI ZebStatus zebiQuantFwdTableInit_JPEG_8u16u(const Zeb8u* rawTable, Zeb16u* fwdTable);
+/* Inverse table from a raw table: the steps in natural order. */
+ZEBAPI ZebStatus zebiQuantInvTableInit_JPEG_8u16u(const Zeb8u* rawTable, Zeb16u* invTable);
+/* Quantises a coefficient block in place; halves round toward +infinity. */
+ZEBAPI ZebStatus zebiQuantFwd8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* fwdTable);
+/* Dequantises a coefficient block in place: low 16 bits of each product. */
+ZEBAPI ZebStatus zebiQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* invTable);
 
 /* (end of JPEG quantisation tables and quantisers) */
 
 /* ------------------------------------------------------------------ JPEG forward DCT */
+/* 8x8 forward DCT with quantisation fused (round to nearest, ties to even).
+ * Blocks are 64 Zeb16s in natural order. */
+
+/* Level-shifted 16-bit block to quantised coefficients; dst may equal src. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, const Zeb16u* fwdTable);
+/* The same in place. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* fwdTable);
+/* 8x8 bytes (srcStep bytes apart), minus 128, to quantised coefficients. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s* dst,
+                                                     const Zeb16u* fwdTable);
+/* 12-bit samples (0..4095, srcStep bytes apart), minus 2048, single-precision
+ * transform; each coefficient is multiplied by its float table entry. */
+ZEBAPI ZebStatus zebiDCTQuantFwd8x8LS_JPEG_16u16s_C1R(const Zeb16u* src, int srcStep, Zeb16s* dst,
+                                                      const Zeb32f* fwdTable);
 
 /* (end of JPEG forward DCT) */
 
 /* ------------------------------------------------------------------ JPEG inverse DCT */
+/* Dequantisation (low 16 bits of each product) and 8x8 inverse DCT. The LS
+ * members add 128 and store bytes 0..255, dstStep bytes between rows. The
+ * application picks the narrowest member that covers its non-zero
+ * coefficients; no member looks at the data to choose a path. */
+
+/* All 64 coefficients to 8x8 bytes. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                     const Zeb16u* invTable);
+/* Only the DC: all 64 bytes equal (exact product, shifted by 3, no rounding). */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_1x1_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                         const Zeb16u* invTable);
+/* Only elements 0, 1, 8 and 9 are read. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_2x2_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                         const Zeb16u* invTable);
+/* Only the first four elements of rows 0 to 3 are read. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_4x4_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                         const Zeb16u* invTable);
+/* Reduced output: 2x2 bytes (two in each of two rows). */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8To2x2LS_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                          const Zeb16u* invTable);
+/* Reduced output: 4x4 bytes. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8To4x4LS_JPEG_16s8u_C1R(const Zeb16s* src, Zeb8u* dst, int dstStep,
+                                                          const Zeb16u* invTable);
+/* 12-bit samples in single precision with a float table of steps: 2048 is
+ * added, the value truncated and clamped to 0..4095. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8LS_JPEG_16s16u_C1R(const Zeb16s* src, Zeb16u* dst, int dstStep,
+                                                      const Zeb32f* invTable);
+/* 16-bit output without the level shift; dst may equal src. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, const Zeb16u* invTable);
+/* The same in place. */
+ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* invTable);
 
 /* (end of JPEG inverse DCT) */
 
