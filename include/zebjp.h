@@ -95,6 +95,51 @@ ZEBAPI ZebStatus zebiSub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s
 
 /* ------------------------------------------------------------------ JPEG forward colour conversion */
 
+/* RGB pixels to Y (15-bit form). Row-parallel above 8192 pixels. */
+ZEBAPI ZebStatus zebiRGBToY_JPEG_8u_C3C1R(const Zeb8u* src, int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* BGR pixels to Y (15-bit form). Row-parallel above 8192 pixels. */
+ZEBAPI ZebStatus zebiBGRToY_JPEG_8u_C3C1R(const Zeb8u* src, int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* R, G, B planes to Y: float form on the first width & ~3, table form on the rest. Row-parallel. */
+ZEBAPI ZebStatus zebiRGBToY_JPEG_8u_P3C1R(const Zeb8u* const src[3], int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* RGB pixels to Y, Cb, Cr planes: 15-bit form on blocks of 8, 14-bit form on the last width % 8. Row-parallel. */
+ZEBAPI ZebStatus zebiRGBToYCbCr_JPEG_8u_C3P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* BGR pixels to Y, Cb, Cr planes; as the RGB form. Row-parallel. */
+ZEBAPI ZebStatus zebiBGRToYCbCr_JPEG_8u_C3P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* R, G, B planes to Y, Cb, Cr planes: difference form on the first width & ~3, table form on the rest. Row-parallel. */
+ZEBAPI ZebStatus zebiRGBToYCbCr_JPEG_8u_P3R(const Zeb8u* const src[3], int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Four-byte RGB pixels (fourth byte unread) to planes: high-half form on the first width & ~7, four-channel form on the rest. Steps are not tested. */
+ZEBAPI ZebStatus zebiRGBToYCbCr_JPEG_8u_C4P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Four-byte BGR pixels to planes; as the RGB form. */
+ZEBAPI ZebStatus zebiBGRToYCbCr_JPEG_8u_C4P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Packed 555 words (R in the low bits) to planes, 14-bit form. */
+ZEBAPI ZebStatus zebiRGB555ToYCbCr_JPEG_16u8u_C3P3R(const Zeb16u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Packed 555 words (B in the low bits) to planes, 14-bit form. */
+ZEBAPI ZebStatus zebiBGR555ToYCbCr_JPEG_16u8u_C3P3R(const Zeb16u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Packed 565 words (R in the low bits) to planes, 14-bit form. */
+ZEBAPI ZebStatus zebiRGB565ToYCbCr_JPEG_16u8u_C3P3R(const Zeb16u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Packed 565 words (B in the low bits) to planes, 14-bit form. */
+ZEBAPI ZebStatus zebiBGR565ToYCbCr_JPEG_16u8u_C3P3R(const Zeb16u* src, int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* RGB pixels to Y, Cb, Cr planes at 4:2:2 (chroma width / 2); width >= 2; an odd width returns 35 with the last column left out. Steps are not tested. */
+ZEBAPI ZebStatus zebiRGBToYCbCr422_JPEG_8u_C3P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* RGB pixels to Y, Cb, Cr planes at 4:2:2 (chroma width / 2); width >= 2; an odd width returns 35 with the last column left out. Steps are not tested. */
+ZEBAPI ZebStatus zebiRGBToYCbCr422_JPEG_8u_C4P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* BGR pixels to Y, Cb, Cr planes at 4:2:2 (chroma width / 2); width >= 2; an odd width returns 35 with the last column left out. Steps are not tested. */
+ZEBAPI ZebStatus zebiBGRToYCbCr422_JPEG_8u_C3P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* BGR pixels to Y, Cb, Cr planes at 4:2:2 (chroma width / 2); width >= 2; an odd width returns 35 with the last column left out. Steps are not tested. */
+ZEBAPI ZebStatus zebiBGRToYCbCr422_JPEG_8u_C4P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* RGB pixels to Y, Cb, Cr planes at 4:1:1 (chroma width / 2 by height / 2); width and height >= 2; an odd width or height returns 35. Steps are not tested. */
+ZEBAPI ZebStatus zebiRGBToYCbCr411_JPEG_8u_C3P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* RGB pixels to Y, Cb, Cr planes at 4:1:1 (chroma width / 2 by height / 2); width and height >= 2; an odd width or height returns 35. Steps are not tested. */
+ZEBAPI ZebStatus zebiRGBToYCbCr411_JPEG_8u_C4P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* BGR pixels to Y, Cb, Cr planes at 4:1:1 (chroma width / 2 by height / 2); width and height >= 2; an odd width or height returns 35. Steps are not tested. */
+ZEBAPI ZebStatus zebiBGRToYCbCr411_JPEG_8u_C3P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* BGR pixels to Y, Cb, Cr planes at 4:1:1 (chroma width / 2 by height / 2); width and height >= 2; an odd width or height returns 35. Steps are not tested. */
+ZEBAPI ZebStatus zebiBGRToYCbCr411_JPEG_8u_C4P3R(const Zeb8u* src, int srcStep, Zeb8u* const dst[3], const int dstStep[3], ZebSize roiSize);
+/* CMYK pixels to Y, Cb, Cr, K planes: 14-bit form on the inverted colours, K copied. Row-parallel. */
+ZEBAPI ZebStatus zebiCMYKToYCCK_JPEG_8u_C4P4R(const Zeb8u* src, int srcStep, Zeb8u* const dst[4], int dstStep, ZebSize roiSize);
+/* C, M, Y, K planes to Y, Cb, Cr, K: difference form (then table form) on the inverted colours, K copied. Row-parallel. */
+ZEBAPI ZebStatus zebiCMYKToYCCK_JPEG_8u_P4R(const Zeb8u* const src[4], int srcStep, Zeb8u* const dst[4], int dstStep, ZebSize roiSize);
+
 /* (end of JPEG forward colour conversion) */
 
 /* ------------------------------------------------------------------ JPEG inverse colour conversion */
