@@ -144,6 +144,47 @@ ZEBAPI ZebStatus zebiCMYKToYCCK_JPEG_8u_P4R(const Zeb8u* const src[4], int srcSt
 
 /* ------------------------------------------------------------------ JPEG inverse colour conversion */
 
+/* Y, Cb, Cr planes to R, G, B planes: plane form on the first width & ~3, table form on the rest. Row-parallel. */
+ZEBAPI ZebStatus zebiYCbCrToRGB_JPEG_8u_P3R(const Zeb8u* const src[3], int srcStep, Zeb8u* const dst[3], int dstStep, ZebSize roiSize);
+/* Planes to RGB pixels: pixel form on the first width & ~3, table form on the rest. Row-parallel. */
+ZEBAPI ZebStatus zebiYCbCrToRGB_JPEG_8u_P3C3R(const Zeb8u* const src[3], int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* Planes to BGR pixels; as the RGB form. Row-parallel. */
+ZEBAPI ZebStatus zebiYCbCrToBGR_JPEG_8u_P3C3R(const Zeb8u* const src[3], int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* Planes to four-byte RGB pixels with alpha in the fourth byte, high-half form. Steps are not tested. */
+ZEBAPI ZebStatus zebiYCbCrToRGB_JPEG_8u_P3C4R(const Zeb8u* const src[3], int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize, Zeb8u alpha);
+/* Planes to four-byte BGR pixels with alpha in the fourth byte, high-half form. Steps are not tested. */
+ZEBAPI ZebStatus zebiYCbCrToBGR_JPEG_8u_P3C4R(const Zeb8u* const src[3], int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize, Zeb8u alpha);
+/* Planes to packed 555 words, R in the low bits. */
+ZEBAPI ZebStatus zebiYCbCrToRGB555_JPEG_8u16u_P3C3R(const Zeb8u* const src[3], int srcStep, Zeb16u* dst, int dstStep, ZebSize roiSize);
+/* Planes to packed 555 words, B in the low bits. */
+ZEBAPI ZebStatus zebiYCbCrToBGR555_JPEG_8u16u_P3C3R(const Zeb8u* const src[3], int srcStep, Zeb16u* dst, int dstStep, ZebSize roiSize);
+/* Planes to packed 565 words, R in the low bits. */
+ZEBAPI ZebStatus zebiYCbCrToRGB565_JPEG_8u16u_P3C3R(const Zeb8u* const src[3], int srcStep, Zeb16u* dst, int dstStep, ZebSize roiSize);
+/* Planes to packed 565 words, B in the low bits. */
+ZEBAPI ZebStatus zebiYCbCrToBGR565_JPEG_8u16u_P3C3R(const Zeb8u* const src[3], int srcStep, Zeb16u* dst, int dstStep, ZebSize roiSize);
+/* 4:2:2 planes (width >= 2; odd width returns 35) to RGB pixels, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr422ToRGB_JPEG_8u_P3C3R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* 4:2:2 planes (width >= 2; odd width returns 35) to four-byte RGB pixels with alpha, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr422ToRGB_JPEG_8u_P3C4R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize, Zeb8u alpha);
+/* 4:2:2 planes (width >= 2; odd width returns 35) to BGR pixels, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr422ToBGR_JPEG_8u_P3C3R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* 4:2:2 planes (width >= 2; odd width returns 35) to four-byte BGR pixels with alpha, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr422ToBGR_JPEG_8u_P3C4R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize, Zeb8u alpha);
+/* 4:1:1 planes (width, height >= 2; odd size returns 35) to RGB pixels, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr411ToRGB_JPEG_8u_P3C3R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* 4:1:1 planes (width, height >= 2; odd size returns 35) to four-byte RGB pixels with alpha, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr411ToRGB_JPEG_8u_P3C4R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize, Zeb8u alpha);
+/* 4:1:1 planes (width, height >= 2; odd size returns 35) to BGR pixels, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr411ToBGR_JPEG_8u_P3C3R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* 4:1:1 planes (width, height >= 2; odd size returns 35) to four-byte BGR pixels with alpha, high-half form. */
+ZEBAPI ZebStatus zebiYCbCr411ToBGR_JPEG_8u_P3C4R(const Zeb8u* const src[3], const int srcStep[3], Zeb8u* dst, int dstStep, ZebSize roiSize, Zeb8u alpha);
+/* Interleaved Y0 Cb Y1 Cr to RGB pixels: pair form on the first width & ~7, table form on the rest; an odd width converts the last pair whole. Steps are not tested. Row-parallel. */
+ZEBAPI ZebStatus zebiYCbCr422ToRGB_JPEG_8u_C2C3R(const Zeb8u* src, int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* Y, Cb, Cr, K planes to CMYK pixels (inverted colours, K copied). Row-parallel. */
+ZEBAPI ZebStatus zebiYCCKToCMYK_JPEG_8u_P4C4R(const Zeb8u* const src[4], int srcStep, Zeb8u* dst, int dstStep, ZebSize roiSize);
+/* Y, Cb, Cr, K planes to C, M, Y, K planes. Row-parallel. */
+ZEBAPI ZebStatus zebiYCCKToCMYK_JPEG_8u_P4R(const Zeb8u* const src[4], int srcStep, Zeb8u* const dst[4], int dstStep, ZebSize roiSize);
+
 /* (end of JPEG inverse colour conversion) */
 
 /* ------------------------------------------------------------------ JPEG up- and down-sampling */
