@@ -189,6 +189,23 @@ ZEBAPI ZebStatus zebiYCCKToCMYK_JPEG_8u_P4R(const Zeb8u* const src[4], int srcSt
 
 /* ------------------------------------------------------------------ JPEG up- and down-sampling */
 
+/* Halves rows: (s[2i] + s[2i+1] + 1) >> 1. dstRoiSize drives the loops. Row-parallel. */
+ZEBAPI ZebStatus zebiSampleDownH2V1_JPEG_8u_C1R(const Zeb8u* src, int srcStep, ZebSize srcRoiSize, Zeb8u* dst, int dstStep, ZebSize dstRoiSize);
+/* Halves both ways: (sum of 2x2 + 3) >> 2. Row-parallel. */
+ZEBAPI ZebStatus zebiSampleDownH2V2_JPEG_8u_C1R(const Zeb8u* src, int srcStep, ZebSize srcRoiSize, Zeb8u* dst, int dstStep, ZebSize dstRoiSize);
+/* Doubles rows with the 3:1 filter; reads one sample left and right of the region. */
+ZEBAPI ZebStatus zebiSampleUpH2V1_JPEG_8u_C1R(const Zeb8u* src, int srcStep, ZebSize srcRoiSize, Zeb8u* dst, int dstStep, ZebSize dstRoiSize);
+/* Doubles both ways with the 3:1 filter; reads the border around the region. Row-parallel. */
+ZEBAPI ZebStatus zebiSampleUpH2V2_JPEG_8u_C1R(const Zeb8u* src, int srcStep, ZebSize srcRoiSize, Zeb8u* dst, int dstStep, ZebSize dstRoiSize);
+/* srcWidth / 2 outputs with an alternating bias. */
+ZEBAPI ZebStatus zebiSampleDownRowH2V1_Box_JPEG_8u_C1(const Zeb8u* src, int srcWidth, Zeb8u* dst);
+/* Two rows to one, biases 1 and 2 alternating. */
+ZEBAPI ZebStatus zebiSampleDownRowH2V2_Box_JPEG_8u_C1(const Zeb8u* src1, const Zeb8u* src2, int srcWidth, Zeb8u* dst);
+/* 2 * srcWidth outputs; the ends copy the end samples. */
+ZEBAPI ZebStatus zebiSampleUpRowH2V1_Triangle_JPEG_8u_C1(const Zeb8u* src, int srcWidth, Zeb8u* dst);
+/* 2 * srcWidth outputs from a near row (src1) and a far row (src2). */
+ZEBAPI ZebStatus zebiSampleUpRowH2V2_Triangle_JPEG_8u_C1(const Zeb8u* src1, const Zeb8u* src2, int srcWidth, Zeb8u* dst);
+
 /* (end of JPEG up- and down-sampling) */
 
 /* ------------------------------------------------------------------ JPEG MCU block encoders */
