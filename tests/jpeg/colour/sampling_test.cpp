@@ -38,15 +38,15 @@ TEST(SamplingChecks, RegionOrderIsPerOperand) {
         std::memset(d, 0x5A, sizeof d);
         EXPECT_EQ(op.fn(nullptr, 0, bad, nullptr, 0, bad), zebStatusNullPointer);
         EXPECT_EQ(op.fn(s + 16, 0, bad, nullptr, 0, bad), zebStatusBadStep);
-        EXPECT_EQ(op.fn(s + 16, 16, bad, nullptr, 0, bad), zebStatusBadSize);
-        EXPECT_EQ(op.fn(s + 16, 16, badH, nullptr, 0, bad), zebStatusBadSize);
-        EXPECT_EQ(op.fn(s + 16, 16, ok, nullptr, 0, bad), zebStatusNullPointer);
-        EXPECT_EQ(op.fn(s + 16, 16, ok, d, -16, bad), zebStatusBadStep);
-        EXPECT_EQ(op.fn(s + 16, 16, ok, d, 16, bad), zebStatusBadSize);
-        EXPECT_EQ(op.fn(s + 16, 16, ok, d, 16, badH), zebStatusBadSize);
+        EXPECT_EQ(op.fn(s + 32, 16, bad, nullptr, 0, bad), zebStatusBadSize);
+        EXPECT_EQ(op.fn(s + 32, 16, badH, nullptr, 0, bad), zebStatusBadSize);
+        EXPECT_EQ(op.fn(s + 32, 16, ok, nullptr, 0, bad), zebStatusNullPointer);
+        EXPECT_EQ(op.fn(s + 32, 16, ok, d, -16, bad), zebStatusBadStep);
+        EXPECT_EQ(op.fn(s + 32, 16, ok, d, 16, bad), zebStatusBadSize);
+        EXPECT_EQ(op.fn(s + 32, 16, ok, d, 16, badH), zebStatusBadSize);
         for (uint8_t b : d) ASSERT_EQ(b, 0x5A);
         // The sizes are not compared with each other.
-        EXPECT_EQ(op.fn(s + 16, 16, ZebSize{1, 1}, d, 16, ZebSize{3, 2}), zebStatusOk);
+        EXPECT_EQ(op.fn(s + 32, 16, ZebSize{1, 1}, d, 16, ZebSize{3, 2}), zebStatusOk);
     }
 }
 
