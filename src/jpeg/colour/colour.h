@@ -379,6 +379,9 @@ void rowHighC4Vec(const uint8_t* src, uint8_t* const dst[3], int n, Order o, boo
 void rowHighC4Scalar(const uint8_t* src, uint8_t* const dst[3], int n, Order o);
 void row14Vec(const uint8_t* src, uint8_t* const dst[3], int n, int pixelBytes, Order o, bool invert);
 void row14Scalar(const uint8_t* src, uint8_t* const dst[3], int n, int pixelBytes, Order o, bool invert);
+// The fourth byte of four-byte pixels (the K of CMYK).
+void rowFourthVec(const uint8_t* src, uint8_t* k, int n);
+void rowFourthScalar(const uint8_t* src, uint8_t* k, int n);
 void rowPacked14Vec(const uint16_t* src, uint8_t* const dst[3], int n, bool is565, Order o);
 void rowPacked14Scalar(const uint16_t* src, uint8_t* const dst[3], int n, bool is565, Order o);
 // Sums of 2 (rows == 1) or 2 by 2 (rows == 2); `n` even; one chroma per pair.
@@ -400,6 +403,9 @@ void rowInvHighVec(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8
                    Order o, uint8_t alpha, bool aligned);
 void rowInvHighScalar(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n, int sub, int P,
                       Order o, uint8_t alpha);
+// Plane form, complemented, interleaved with K into four-byte pixels.
+void rowYcckPixVec(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n);
+void rowYcckPixScalar(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n);
 void rowPairVec(const uint8_t* src, uint8_t* dst, int n);
 void rowPairScalar(const uint8_t* src, uint8_t* dst, int n);
 

@@ -281,6 +281,15 @@ void row14Scalar(const uint8_t* src, uint8_t* const dst[3], int n, int pixelByte
     }
 }
 
+void rowFourthVec(const uint8_t* src, uint8_t* k, int n) {
+    blocks16<1, 1>({src}, {4}, {k}, {1}, n, [](const uint8_t* const* i, uint8_t* const* o) {
+        v::store16(o[0], v::chan<4, 3>(v::loadPix16<4>(i[0])));
+    });
+}
+void rowFourthScalar(const uint8_t* src, uint8_t* k, int n) {
+    for (int x = 0; x < n; ++x) k[x] = src[4 * x + 3];
+}
+
 void rowPacked14Vec(const uint16_t* src, uint8_t* const dst[3], int n, bool is565, Order o) {
     if (is565) o == kRGB ? rowPacked14VecT<true, kRGB>(src, dst, n) : rowPacked14VecT<true, kBGR>(src, dst, n);
     else o == kRGB ? rowPacked14VecT<false, kRGB>(src, dst, n) : rowPacked14VecT<false, kBGR>(src, dst, n);
@@ -574,8 +583,7 @@ ZebStatus zebimpl::zebiCMYKToYCCK_JPEG_8u_C4P4R(const Zeb8u* src, int srcStep, Z
         const uint8_t* s = rowPtr(src, srcStep, y);
         uint8_t* const row[3] = {rowPtr(d[0], dstStep, y), rowPtr(d[1], dstStep, y), rowPtr(d[2], dstStep, y)};
         row14Vec(s, row, w, 4, kRGB, true);
-        uint8_t* k = rowPtr(d[3], dstStep, y);
-        for (int x = 0; x < w; ++x) k[x] = s[4 * x + 3];
+        rowFourthVec(s, rowPtr(d[3], dstStep, y), w);
     });
     return zebStatusOk;
 }

@@ -121,6 +121,16 @@ void rowInvHighVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint
     blocks16<3, 1>({y, cb, cr}, {16, 16 / Sub, 16 / Sub}, {dst}, {16 * P}, n, block);
 }
 
+void rowYcckPixVecImpl(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n) {
+    blocks16<4, 1>({y, cb, cr, k}, {16, 16, 16, 16}, {dst}, {64}, n, [](const uint8_t* const* i, uint8_t* const* o) {
+        __m256i r, g, b;
+        v::invPlane(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);
+        const __m256i full = v::k16(255);
+        v::storePix16<4, 0, 1, 2>(o[0], _mm256_sub_epi16(full, clampLanes(r)), _mm256_sub_epi16(full, clampLanes(g)),
+                                  _mm256_sub_epi16(full, clampLanes(b)), v::load16(i[3]));
+    });
+}
+
 void rowPairVecImpl(const uint8_t* src, uint8_t* dst, int n) {
     alignas(32) static constexpr int8_t kY[32] = {0, -128, 2, -128, 4, -128, 6, -128, 8, -128, 10, -128, 12, -128, 14, -128,
                                                   0, -128, 2, -128, 4, -128, 6, -128, 8, -128, 10, -128, 12, -128, 14, -128};
@@ -207,6 +217,19 @@ void rowInvHighScalar(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, ui
         p[1] = c.g;
         p[o == kRGB ? 2 : 0] = c.b;
         if (P == 4) p[3] = alpha;
+    }
+}
+
+void rowYcckPixVec(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n) {
+    rowYcckPixVecImpl(y, cb, cr, k, dst, n);
+}
+void rowYcckPixScalar(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n) {
+    for (int x = 0; x < n; ++x) {
+        Rgb c = invPlane(y[x], cb[x], cr[x]);
+        dst[4 * x] = 255 - c.r;
+        dst[4 * x + 1] = 255 - c.g;
+        dst[4 * x + 2] = 255 - c.b;
+        dst[4 * x + 3] = k[x];
     }
 }
 
@@ -326,26 +349,14 @@ ZebStatus fromYcck(const Zeb8u* const src[4], int srcStep, Zeb8u* const* dstPlan
         const uint8_t* pk = rowPtr(s[3], srcStep, y);
         if (Pixels) {
             uint8_t* row = rowPtr(dstPix, dstStep, y);
-            // The vector plane form writes C, M, Y planes of the row in
-            // blocks; they are interleaved with K here.
-            alignas(32) uint8_t c[3][64];
-            for (int x0 = 0; x0 < w; x0 += 64) {
-                const int m = w - x0 < 64 ? w - x0 : 64, mb = x0 + m <= nb ? m : nb - x0 > 0 ? nb - x0 : 0;
-                uint8_t* const t[3] = {c[0], c[1], c[2]};
-                rowInvPlaneVec(py + x0, pb + x0, pr + x0, t, mb, true);
-                for (int x = mb; x < m; ++x) {
-                    Rgb v = invTable(py[x0 + x], pb[x0 + x], pr[x0 + x]);
-                    c[0][x] = 255 - v.r;
-                    c[1][x] = 255 - v.g;
-                    c[2][x] = 255 - v.b;
-                }
-                for (int x = 0; x < m; ++x) {
-                    uint8_t* p = row + 4 * (x0 + x);
-                    p[0] = c[0][x];
-                    p[1] = c[1][x];
-                    p[2] = c[2][x];
-                    p[3] = pk[x0 + x];
-                }
+            rowYcckPixVec(py, pb, pr, pk, row, nb);
+            for (int x = nb; x < w; ++x) {
+                Rgb v = invTable(py[x], pb[x], pr[x]);
+                uint8_t* p = row + 4 * x;
+                p[0] = 255 - v.r;
+                p[1] = 255 - v.g;
+                p[2] = 255 - v.b;
+                p[3] = pk[x];
             }
         } else {
             uint8_t* const row[3] = {rowPtr(d[0], dstStep, y), rowPtr(d[1], dstStep, y), rowPtr(d[2], dstStep, y)};

@@ -461,6 +461,7 @@ TEST(ColourFwdKernels, VectorMatchesScalarTwin) {
                 rowYcc15Vec(s, dv, n, o); rowYcc15Scalar(s, ds, n, o); same("ycc15");
                 rowHighC4Vec(s, dv, n, o, false); rowHighC4Scalar(s, ds, n, o); same("high c4");
                 row14Vec(s, dv, n, 4, o, true); row14Scalar(s, ds, n, 4, o, true); same("14 inverted");
+                rowFourthVec(s, dv[0], n); rowFourthScalar(s, ds[0], n); same("fourth byte");
                 row14Vec(s, dv, n, 3, o, false); row14Scalar(s, ds, n, 3, o, false); same("14");
                 for (bool is565 : {false, true}) {
                     const uint16_t* w = reinterpret_cast<const uint16_t*>(in[1] + 2 * off);

@@ -387,6 +387,8 @@ TEST(ColourInvKernels, VectorMatchesScalarTwin) {
                             [&](auto& o) { rowInvHighScalar(y, cb, cr, o[0] + off, n, sub, P, ord, 0x99); });
                     }
             }
+            run("ycck pixels", [&](auto& o) { rowYcckPixVec(y, cb, cr, in[0] + 7, o[0] + off, n); },
+                [&](auto& o) { rowYcckPixScalar(y, cb, cr, in[0] + 7, o[0] + off, n); });
             if (n % 8 == 0)
                 run("pair", [&](auto& o) { rowPairVec(in[0] + off, o[0] + off, n); },
                     [&](auto& o) { rowPairScalar(in[0] + off, o[0] + off, n); });
