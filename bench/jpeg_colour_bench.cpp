@@ -43,8 +43,8 @@ struct Image {
         y.resize(n);
         cb.resize(n);
         cr.resize(n);
-        cb2.resize(n / 2 + w);
-        cr2.resize(n / 2 + w);
+        cb2.resize(n + w);
+        cr2.resize(n + w);
         out.resize(n * 4);
         out2.resize(n);
         out3.resize(n);
@@ -241,6 +241,72 @@ void BM_SampleDownRowH2V2_Box(benchmark::State& st) {
     finish(st, im, 1.25);
 }
 
+
+void BM_RGBToY_P3C1R(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    setThreads(st);
+    const Zeb8u* s[3] = {im.y.data(), im.cb.data(), im.cr.data()};
+    for (auto _ : st) zebiRGBToY_JPEG_8u_P3C1R(s, im.w, im.out2.data(), im.w, ZebSize{im.w, im.h});
+    finish(st, im, 4);
+}
+void BM_RGB565ToYCbCr_C3P3R(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    setThreads(st);
+    Zeb8u* d[3] = {im.out.data(), im.out2.data(), im.out3.data()};
+    for (auto _ : st)
+        zebiRGB565ToYCbCr_JPEG_16u8u_C3P3R(reinterpret_cast<const Zeb16u*>(im.rgba.data()), 2 * im.w, d, im.w, ZebSize{im.w, im.h});
+    finish(st, im, 5);
+}
+void BM_RGBToYCbCr411_C4P3R(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    setThreads(st);
+    Zeb8u* d[3] = {im.out2.data(), im.cb2.data(), im.cr2.data()};
+    const int steps[3] = {im.w, im.w / 2, im.w / 2};
+    for (auto _ : st) zebiRGBToYCbCr411_JPEG_8u_C4P3R(im.rgba.data(), 4 * im.w, d, steps, ZebSize{im.w, im.h});
+    finish(st, im, 5.5);
+}
+void BM_CMYKToYCCK_P4R(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    setThreads(st);
+    const Zeb8u* s[4] = {im.y.data(), im.cb.data(), im.cr.data(), im.out3.data()};
+    Zeb8u* d[4] = {im.out.data(), im.out2.data(), im.cb2.data(), im.cr2.data()};
+    for (auto _ : st) zebiCMYKToYCCK_JPEG_8u_P4R(s, im.w, d, im.w, ZebSize{im.w, im.h});
+    finish(st, im, 8);
+}
+void BM_YCbCr422ToRGB_P3C3R(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    setThreads(st);
+    const Zeb8u* s[3] = {im.y.data(), im.cb2.data(), im.cr2.data()};
+    const int steps[3] = {im.w, im.w / 2, im.w / 2};
+    for (auto _ : st) zebiYCbCr422ToRGB_JPEG_8u_P3C3R(s, steps, im.out.data(), 3 * im.w, ZebSize{im.w, im.h});
+    finish(st, im, 5);
+}
+void BM_YCbCrToRGB555_P3C3R(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    setThreads(st);
+    const Zeb8u* s[3] = {im.y.data(), im.cb.data(), im.cr.data()};
+    for (auto _ : st)
+        zebiYCbCrToRGB555_JPEG_8u16u_P3C3R(s, im.w, reinterpret_cast<Zeb16u*>(im.out.data()), 2 * im.w, ZebSize{im.w, im.h});
+    finish(st, im, 5);
+}
+void BM_SampleDownRowH2V1_Box(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    for (auto _ : st)
+        for (int y = 0; y < im.h; ++y)
+            zebiSampleDownRowH2V1_Box_JPEG_8u_C1(im.cb.data() + static_cast<size_t>(y) * im.w, im.w,
+                                                 im.out2.data() + static_cast<size_t>(y) * (im.w / 2));
+    finish(st, im, 1.5);
+}
+void BM_SampleUpRowH2V1_Triangle(benchmark::State& st) {
+    Image& im = image(static_cast<int>(st.range(0)));
+    const int sw = im.w / 2;
+    for (auto _ : st)
+        for (int y = 0; y < im.h; ++y)
+            zebiSampleUpRowH2V1_Triangle_JPEG_8u_C1(im.cb.data() + static_cast<size_t>(y) * sw, sw,
+                                                    im.out2.data() + static_cast<size_t>(y) * im.w);
+    finish(st, im, 1.5);
+}
+
 #ifdef ZEB_HAVE_JPEG
 // libjpeg-turbo anchors on the 4:4:4 image, so that the colour step is the
 // only difference between the scanline and the raw-data forms.
@@ -395,6 +461,14 @@ BENCHMARK(BM_SampleUpH2V2)->Apply(sizesAndThreads);
 BENCHMARK(BM_SampleUpH2V1)->Apply(sizes);
 BENCHMARK(BM_SampleUpRowH2V2_Triangle)->Apply(sizes);
 BENCHMARK(BM_SampleDownRowH2V2_Box)->Apply(sizes);
+BENCHMARK(BM_RGBToY_P3C1R)->Apply(sizes);
+BENCHMARK(BM_RGB565ToYCbCr_C3P3R)->Apply(sizes);
+BENCHMARK(BM_RGBToYCbCr411_C4P3R)->Apply(sizes);
+BENCHMARK(BM_CMYKToYCCK_P4R)->Apply(sizes);
+BENCHMARK(BM_YCbCr422ToRGB_P3C3R)->Apply(sizes);
+BENCHMARK(BM_YCbCrToRGB555_P3C3R)->Apply(sizes);
+BENCHMARK(BM_SampleDownRowH2V1_Box)->Apply(sizes);
+BENCHMARK(BM_SampleUpRowH2V1_Triangle)->Apply(sizes);
 #ifdef ZEB_HAVE_JPEG
 BENCHMARK(BM_Turbo_Decode444_ToRGB)->Apply(sizes);
 BENCHMARK(BM_Turbo_Decode444_Raw)->Apply(sizes);

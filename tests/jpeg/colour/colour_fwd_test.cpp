@@ -484,28 +484,6 @@ TEST(ColourFwdKernels, VectorMatchesScalarTwin) {
     }
 }
 
-TEST(ColourFwdKernels, ScalarFormsOnExtremesMatchVectorForms) {
-    // Every corner of the RGB cube and grey ramps, through the 16-lane forms.
-    alignas(64) uint8_t src[3 * 16];
-    uint8_t a[3][16], b[3][16];
-    uint8_t* da[3] = {a[0], a[1], a[2]};
-    uint8_t* db[3] = {b[0], b[1], b[2]};
-    for (int base = 0; base < 256; base += 16) {
-        for (int i = 0; i < 16; ++i) {
-            const int v = base + i;
-            src[3 * i] = static_cast<uint8_t>((i & 1) ? 255 : v);
-            src[3 * i + 1] = static_cast<uint8_t>((i & 2) ? 0 : 255 - v);
-            src[3 * i + 2] = static_cast<uint8_t>((i & 4) ? 255 : v);
-        }
-        rowYcc15Vec(src, da, 16, kRGB);
-        rowYcc15Scalar(src, db, 16, kRGB);
-        ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
-        row14Vec(src, da, 16, 3, kRGB, false);
-        row14Scalar(src, db, 16, 3, kRGB, false);
-        ASSERT_EQ(0, std::memcmp(a, b, sizeof a));
-    }
-}
-
 // ---------------------------------------------------------------- threading
 
 TEST(ColourFwdThreads, ThresholdWithOneAndSeveralThreads) {
