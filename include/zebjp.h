@@ -150,6 +150,30 @@ ZEBAPI ZebStatus zebiSub128_JPEG_8u16s_C1R(const Zeb8u* src, int srcStep, Zeb16s
 /* (end of JPEG 2000 code-block decoders) */
 
 /* ------------------------------------------------------------------ JPEG 2000 component transforms */
+/* Component transforms of the first three components. Planes: 0 R or Y,
+ * 1 G or the blue difference, 2 B or the red difference; all three share one
+ * step. Interleaved data hold R, G, B. RCT (reversible): Y0 = (I0 + 2*I1 + I2)
+ * >> 2, Y1 = I2 - I1, Y2 = I0 - I1; inverse G = Y0 - ((Y1 + Y2) >> 2), R = Y2 + G,
+ * B = Y1 + G. 16s results keep their low 16 bits, 32s wrap. ICT (irreversible):
+ * 32f in single precision, no fused multiply-add; 32s and 16s in fixed point
+ * with 14 fraction bits, 32s wrapping, 16s saturating. Every pixel is
+ * independent, so the in-place (P3IR) forms give the same values. */
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_32f_C3P3R(const Zeb32f* src, int srcStep, Zeb32f* dst[3], int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_32f_P3IR(Zeb32f* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_32f_P3C3R(const Zeb32f* const src[3], int srcStep, Zeb32f* dst, int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_32f_P3IR(Zeb32f* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_16s_C3P3R(const Zeb16s* src, int srcStep, Zeb16s* dst[3], int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_32s_C3P3R(const Zeb32s* src, int srcStep, Zeb32s* dst[3], int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_16s_P3C3R(const Zeb16s* const src[3], int srcStep, Zeb16s* dst, int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_32s_P3C3R(const Zeb32s* const src[3], int srcStep, Zeb32s* dst, int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
 
 /* (end of JPEG 2000 component transforms) */
 
