@@ -297,6 +297,40 @@ struct IctFInv : FloatIo {
     }
 };
 
+// ICT, 32 bits: 14 fraction bits, products and sums wrapping at 32 bits
+// (the low 32 bits of each product, as the 32-bit lane multiply gives them).
+struct Ict32Fwd : Int32Io {
+    static void one(T i0, T i1, T i2, T& y0, T& y1, T& y2) {
+        y0 = add32(add32(add32(mul32(i0, 4899), mul32(i1, 9617)), mul32(i2, 1868)), 8192) >> 14;
+        y1 = add32(add32(add32(mul32(i0, -2765), mul32(i1, -5427)), shl32(i2, 13)), 8192) >> 14;
+        y2 = add32(add32(add32(shl32(i0, 13), mul32(i1, -6860)), mul32(i2, -1332)), 8192) >> 14;
+    }
+    static V mul(V a, int32_t k) { return _mm256_mullo_epi32(a, _mm256_set1_epi32(k)); }
+    static V sum(V a, V b, V c) {
+        return _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(_mm256_add_epi32(a, b), c), _mm256_set1_epi32(8192)), 14);
+    }
+    static void vec(V i0, V i1, V i2, V& y0, V& y1, V& y2) {
+        y0 = sum(mul(i0, 4899), mul(i1, 9617), mul(i2, 1868));
+        y1 = sum(mul(i0, -2765), mul(i1, -5427), _mm256_slli_epi32(i2, 13));
+        y2 = sum(_mm256_slli_epi32(i0, 13), mul(i1, -6860), mul(i2, -1332));
+    }
+};
+
+struct Ict32Inv : Int32Io {
+    static void one(T y0, T y1, T y2, T& r, T& g, T& b) {
+        r = add32(add32(mul32(y2, 22970), 8192) >> 14, y0);
+        g = add32(add32(add32(mul32(y2, -11700), mul32(y1, -5638)), 8192) >> 14, y0);
+        b = add32(add32(mul32(y1, 29032), 8192) >> 14, y0);
+    }
+    static void vec(V y0, V y1, V y2, V& r, V& g, V& b) {
+        const V k = _mm256_set1_epi32(8192);
+        auto m = [](V a, int32_t c) { return _mm256_mullo_epi32(a, _mm256_set1_epi32(c)); };
+        r = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(m(y2, 22970), k), 14), y0);
+        g = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(m(y2, -11700), m(y1, -5638)), k), 14), y0);
+        b = _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(m(y1, 29032), k), 14), y0);
+    }
+};
+
 // ------------------------------------------------------------ row drivers
 // Vector blocks of N pixels, then single pixels. Every pixel reads its three
 // inputs before writing its three outputs, so the planar form works in place.
@@ -376,6 +410,16 @@ ZEB_CT_DEFINE(ictFwd32f, IctFFwd, true)
 ZEB_CT_DEFINE(ictInv32f, IctFInv, true)
 #undef ZEB_CT_DEFINE
 
+#define ZEB_CT_TWINS(name, Op)                                                                               \
+    void name##_P3P3(const Op::T* s0, const Op::T* s1, const Op::T* s2, Op::T* d0, Op::T* d1, Op::T* d2,      \
+                     int32_t w) {                                                                            \
+        rowP3P3<Op>(s0, s1, s2, d0, d1, d2, w, true);                                                        \
+    }                                                                                                        \
+    void name##_P3P3_c(const Op::T* s0, const Op::T* s1, const Op::T* s2, Op::T* d0, Op::T* d1, Op::T* d2,    \
+                       int32_t w) {                                                                          \
+        rowP3P3<Op>(s0, s1, s2, d0, d1, d2, w, false);                                                       \
+    }
+
 void rctFwd16s_C3P3(const int16_t* src, int16_t* d0, int16_t* d1, int16_t* d2, int32_t w) {
     rowC3P3<Rct16Fwd>(src, d0, d1, d2, w, planesAlike(d0, d1, d2));
 }
@@ -413,28 +457,8 @@ void ictInv32f_P3C3_c(const float* s0, const float* s1, const float* s2, float* 
     rowP3C3<IctFInv>(s0, s1, s2, dst, w, false);
 }
 
-// ICT, 32 bits: 14 fraction bits, products and sums wrapping at 32 bits.
-void ictFwd32s_P3P3(const int32_t* s0, const int32_t* s1, const int32_t* s2, int32_t* d0, int32_t* d1, int32_t* d2,
-                    int32_t w) {
-#pragma GCC unroll 10
-    for (int32_t j = 0; j < w; ++j) {
-        const int32_t i0 = s0[j], i1 = s1[j], i2 = s2[j];
-        d0[j] = add32(add32(add32(mul32(i0, 4899), mul32(i1, 9617)), mul32(i2, 1868)), 8192) >> 14;
-        d1[j] = add32(add32(add32(mul32(i0, -2765), mul32(i1, -5427)), shl32(i2, 13)), 8192) >> 14;
-        d2[j] = add32(add32(add32(shl32(i0, 13), mul32(i1, -6860)), mul32(i2, -1332)), 8192) >> 14;
-    }
-}
-
-void ictInv32s_P3P3(const int32_t* s0, const int32_t* s1, const int32_t* s2, int32_t* d0, int32_t* d1, int32_t* d2,
-                    int32_t w) {
-#pragma GCC unroll 16
-    for (int32_t j = 0; j < w; ++j) {
-        const int32_t y0 = s0[j], y1 = s1[j], y2 = s2[j];
-        d0[j] = add32(add32(mul32(y2, 22970), 8192) >> 14, y0);
-        d1[j] = add32(add32(add32(mul32(y2, -11700), mul32(y1, -5638)), 8192) >> 14, y0);
-        d2[j] = add32(add32(mul32(y1, 29032), 8192) >> 14, y0);
-    }
-}
+ZEB_CT_TWINS(ictFwd32s, Ict32Fwd)
+ZEB_CT_TWINS(ictInv32s, Ict32Inv)
 
 }  // namespace zeb::j2k
 

@@ -27,6 +27,8 @@ ZEB_CT_KERNELS(ictFwd16s, int16_t)
 ZEB_CT_KERNELS(ictInv16s, int16_t)
 ZEB_CT_KERNELS(rctFwd32s, int32_t)
 ZEB_CT_KERNELS(rctInv32s, int32_t)
+ZEB_CT_KERNELS(ictFwd32s, int32_t)
+ZEB_CT_KERNELS(ictInv32s, int32_t)
 ZEB_CT_KERNELS(ictFwd32f, float)
 ZEB_CT_KERNELS(ictInv32f, float)
 ZEB_CT_FWD_C3(rctFwd16s, int16_t)
@@ -39,12 +41,6 @@ ZEB_CT_INV_C3(ictInv32f, float)
 #undef ZEB_CT_KERNELS
 #undef ZEB_CT_FWD_C3
 #undef ZEB_CT_INV_C3
-
-// The 32-bit fixed-point irreversible transform is plain integer code only.
-void ictFwd32s_P3P3(const int32_t* s0, const int32_t* s1, const int32_t* s2, int32_t* d0, int32_t* d1, int32_t* d2,
-                    int32_t w);
-void ictInv32s_P3P3(const int32_t* s0, const int32_t* s1, const int32_t* s2, int32_t* d0, int32_t* d1, int32_t* d2,
-                    int32_t w);
 
 // True when the vector path of the 16-bit rows applies: all three planes
 // sit at the same offset from a 16-byte boundary.

@@ -332,6 +332,8 @@ TEST(ComponentTwins, Planar16s) {
 TEST(ComponentTwins, Planar32sAnd32f) {
     planarTwins<int32_t>("rctFwd32s", j2k::rctFwd32s_P3P3, j2k::rctFwd32s_P3P3_c);
     planarTwins<int32_t>("rctInv32s", j2k::rctInv32s_P3P3, j2k::rctInv32s_P3P3_c);
+    planarTwins<int32_t>("ictFwd32s", j2k::ictFwd32s_P3P3, j2k::ictFwd32s_P3P3_c);
+    planarTwins<int32_t>("ictInv32s", j2k::ictInv32s_P3P3, j2k::ictInv32s_P3P3_c);
     planarTwins<float>("ictFwd32f", j2k::ictFwd32f_P3P3, j2k::ictFwd32f_P3P3_c);
     planarTwins<float>("ictInv32f", j2k::ictInv32f_P3P3, j2k::ictInv32f_P3P3_c);
 }
