@@ -17,6 +17,7 @@
 #include <type_traits>
 
 #include "frame/arith.h"
+#include "frame/simd.h"
 
 namespace zeb::j2k {
 
@@ -139,6 +140,22 @@ inline void walkRow(int32_t width, int pro, Vec&& vec, One&& one) {
     for (; j + N <= width; j += N) vec(j);
     for (; j < width; ++j) one(j);
 }
+
+// A row walk that is either vector (16-byte alignment prologue on `align`,
+// chunks of N, scalar remainder) or scalar throughout: the column kernels
+// share one body between their vector path and their scalar twin.
+template <int N, class T>
+struct RowWalk {
+    bool vec;
+    int32_t w;
+    template <class Vec, class One>
+    void run(const void* align, Vec&& v, One&& one) const {
+        if (vec)
+            walkRow<N>(w, simd::toBoundary(align, 16, sizeof(T)), v, one);
+        else
+            for (int32_t j = 0; j < w; ++j) one(j);
+    }
+};
 
 // ------------------------------------------------------------ 5/3 arithmetic
 // The four lifting formulas, per sample, in the number form of each path:

@@ -146,26 +146,12 @@ void invRowVec(const typename Ln::T* lo, const typename Ln::T* hi, typename Ln::
 // (with an alignment prologue on the first output row) for a row's bulk.
 
 template <class W, class S>
-struct ColWalk {
-    using T = typename W::T;
-    bool vec;
-    int32_t w;
-    template <class Vec, class One>
-    void run(const void* align, Vec&& v, One&& one) const {
-        if (vec)
-            walkRow<W::N>(w, simd::toBoundary(align, 16, sizeof(T)), v, one);
-        else
-            for (int32_t j = 0; j < w; ++j) one(j);
-    }
-};
-
-template <class W, class S>
 void fwdColT(const typename W::T* x, int32_t xs, typename W::T* lo, int32_t ls, typename W::T* hi, int32_t hs,
              int32_t w, int32_t h, int32_t phase, bool vec) {
     using T = typename W::T;
     using L = Lift53<W>;
     using V = typename W::V;
-    const ColWalk<W, S> walk{vec, w};
+    const RowWalk<W::N, T> walk{vec, w};
     if (phase == 0) {
         for (int32_t i = 0; i < h; ++i) {
             const T* xe = atRow(x, xs, 2 * i);
@@ -273,7 +259,7 @@ void invColT(const typename W::T* lo, int32_t ls, const typename W::T* hi, int32
     using T = typename W::T;
     using L = Lift53<W>;
     using V = typename W::V;
-    const ColWalk<W, S> walk{vec, w};
+    const RowWalk<W::N, T> walk{vec, w};
     if (phase == 0) {
         // Even row 0 first; then each step writes even row 2i+2 (not stored
         // for the last step) and odd row 2i+1, reading even row 2i back.
