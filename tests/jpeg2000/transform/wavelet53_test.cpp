@@ -258,6 +258,27 @@ TEST(Wavelet53Values, SixteenBitLiftingWrapsItsSums) {
     (void)g;
 }
 
+// Out of the caller's range, the two 16-bit forms part: vector blocks add two
+// samples in 16 bits (30000 + 30000 wraps, and H comes out as -32768), the
+// single samples add in 32 bits (H is 0). Rows run blocks of 8 outputs from
+// the start; columns take the vector path from 16 samples of width on.
+TEST(Wavelet53Values, SixteenBitVectorBlocksWrapTheirSums) {
+    const int16_t big = 30000, wrapped = zeb::wrap16(big - (zeb::wrap16(2 * big) >> 1));
+    ASSERT_EQ(wrapped, -32768);
+    for (int w : {7, 8, 9, 16, 17}) {
+        std::vector<int16_t> x(2 * w + 4, big), lo(w), hi(w);
+        ASSERT_EQ(zebiWTFwdRow_B53_JPEG2K_16s_C1R(x.data() + 2, 4 * w, lo.data(), 2 * w, hi.data(), 2 * w,
+                                                  ZebSize{w, 1}, 0), 0);
+        for (int i = 0; i < w; ++i) EXPECT_EQ(hi[i], i < w / 8 * 8 ? wrapped : 0) << "row w=" << w << " i=" << i;
+    }
+    for (int w : {15, 16}) {
+        std::vector<int16_t> x(size_t(w) * 5, big), lo(w), hi(w);
+        ASSERT_EQ(zebiWTFwdCol_B53_JPEG2K_16s_C1R(x.data() + 2 * w, 2 * w, lo.data(), 2 * w, hi.data(), 2 * w,
+                                                  ZebSize{w, 1}, 0), 0);
+        for (int j = 0; j < w; ++j) EXPECT_EQ(hi[j], w >= 16 ? wrapped : 0) << "column w=" << w << " j=" << j;
+    }
+}
+
 // ------------------------------------------------------------ extents and model
 // The exported operations, run with every source placed page-exact at both
 // ends of its extents and on the heap, give the model's values, read nothing
