@@ -314,10 +314,58 @@ ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* i
 /* (end of JPEG 2000 code-block decoders) */
 
 /* ------------------------------------------------------------------ JPEG 2000 component transforms */
+/* Component transforms of the first three components. Planes: 0 R or Y,
+ * 1 G or the blue difference, 2 B or the red difference; all three share one
+ * step. Interleaved data hold R, G, B. RCT (reversible): Y0 = (I0 + 2*I1 + I2)
+ * >> 2, Y1 = I2 - I1, Y2 = I0 - I1; inverse G = Y0 - ((Y1 + Y2) >> 2), R = Y2 + G,
+ * B = Y1 + G. 16s results keep their low 16 bits, 32s wrap. ICT (irreversible):
+ * 32f in single precision, no fused multiply-add; 32s and 16s in fixed point
+ * with 14 fraction bits, 32s wrapping, 16s saturating. Every pixel is
+ * independent, so the in-place (P3IR) forms give the same values. */
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_32f_C3P3R(const Zeb32f* src, int srcStep, Zeb32f* dst[3], int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_32f_P3IR(Zeb32f* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTFwd_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_32f_P3C3R(const Zeb32f* const src[3], int srcStep, Zeb32f* dst, int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_32f_P3IR(Zeb32f* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiICTInv_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_16s_C3P3R(const Zeb16s* src, int srcStep, Zeb16s* dst[3], int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_32s_C3P3R(const Zeb32s* src, int srcStep, Zeb32s* dst[3], int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTFwd_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_16s_P3C3R(const Zeb16s* const src[3], int srcStep, Zeb16s* dst, int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_16s_P3IR(Zeb16s* srcDst[3], int srcDstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_32s_P3C3R(const Zeb32s* const src[3], int srcStep, Zeb32s* dst, int dstStep, ZebSize roiSize);
+ZEBAPI ZebStatus zebiRCTInv_JPEG2K_32s_P3IR(Zeb32s* srcDst[3], int srcDstStep, ZebSize roiSize);
 
 /* (end of JPEG 2000 component transforms) */
 
 /* ------------------------------------------------------------------ JPEG 2000 5/3 wavelet */
+/* 5/3 reversible wavelet building blocks. Rows split a region horizontally,
+ * columns vertically, into a low-pass and a high-pass region of roiSize each
+ * (the interleaved side is twice as long in the filtered direction). phase 0:
+ * the first sample has an even coordinate (low-pass first); any other value:
+ * odd. Nothing is extended: the caller supplies x[-2]..x[2w] (phase 0) or
+ * x[-1]..x[2w+1] going forward, and L[0]..L[w], H[-1]..H[w] (phase 0) or
+ * L[-1]..L[w-1], H[-1]..H[w] going back, beyond the ends of rows or above and
+ * below columns. The ColLift forms do one lifting step on one row pair:
+ * forward dstHigh = src1 - ((src0 + src2) >> 1), dstLow = src0 + ((srcHigh +
+ * dstHigh + 2) >> 2); inverse dstEven = srcLow - ((srcHigh0 + srcHigh1 + 2) >> 2),
+ * dstOdd = srcHigh0 + ((dstEven + srcEven) >> 1). 16s results are truncated to
+ * 16 bits, 32s wrap at 32 bits. */
+ZEBAPI ZebStatus zebiWTFwdColLift_B53_JPEG2K_16s_C1(const Zeb16s* src0, const Zeb16s* src1, const Zeb16s* src2, Zeb16s* dstLow, const Zeb16s* srcHigh, Zeb16s* dstHigh, int width);
+ZEBAPI ZebStatus zebiWTFwdColLift_B53_JPEG2K_32s_C1(const Zeb32s* src0, const Zeb32s* src1, const Zeb32s* src2, Zeb32s* dstLow, const Zeb32s* srcHigh, Zeb32s* dstHigh, int width);
+ZEBAPI ZebStatus zebiWTFwdCol_B53_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, Zeb16s* dstLow, int dstLowStep, Zeb16s* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTFwdCol_B53_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, Zeb32s* dstLow, int dstLowStep, Zeb32s* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTFwdRow_B53_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, Zeb16s* dstLow, int dstLowStep, Zeb16s* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTFwdRow_B53_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, Zeb32s* dstLow, int dstLowStep, Zeb32s* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTInvColLift_B53_JPEG2K_16s_C1(const Zeb16s* srcLow, const Zeb16s* srcHigh0, const Zeb16s* srcHigh1, const Zeb16s* srcEven, Zeb16s* dstOdd, Zeb16s* dstEven, int width);
+ZEBAPI ZebStatus zebiWTInvColLift_B53_JPEG2K_32s_C1(const Zeb32s* srcLow, const Zeb32s* srcHigh0, const Zeb32s* srcHigh1, const Zeb32s* srcEven, Zeb32s* dstOdd, Zeb32s* dstEven, int width);
+ZEBAPI ZebStatus zebiWTInvCol_B53_JPEG2K_16s_C1R(const Zeb16s* srcLow, int srcLowStep, const Zeb16s* srcHigh, int srcHighStep, ZebSize roiSize, Zeb16s* dst, int dstStep, int phase);
+ZEBAPI ZebStatus zebiWTInvCol_B53_JPEG2K_32s_C1R(const Zeb32s* srcLow, int srcLowStep, const Zeb32s* srcHigh, int srcHighStep, ZebSize roiSize, Zeb32s* dst, int dstStep, int phase);
+ZEBAPI ZebStatus zebiWTInvRow_B53_JPEG2K_16s_C1R(const Zeb16s* srcLow, int srcLowStep, const Zeb16s* srcHigh, int srcHighStep, ZebSize roiSize, Zeb16s* dst, int dstStep, int phase);
+ZEBAPI ZebStatus zebiWTInvRow_B53_JPEG2K_32s_C1R(const Zeb32s* srcLow, int srcLowStep, const Zeb32s* srcHigh, int srcHighStep, ZebSize roiSize, Zeb32s* dst, int dstStep, int phase);
 
 /* (end of JPEG 2000 5/3 wavelet) */
 
