@@ -1,0 +1,435 @@
+// Code-block encoder, modelling half: scans a block of sign-magnitude samples
+// plane by plane and pass by pass, writes every decision with its context
+// label into the symbol buffers and sums the distortion of each pass. The
+// codeword bytes come later, from the store calls.
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "frame/impl.h"
+#include "frame/memory.h"
+#include "jpeg2000/coding/encoder.h"
+
+namespace zeb::j2k {
+
+namespace {
+
+inline uint32_t loadWord(const uint8_t* p) {
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
+// Working set of one block's modelling.
+struct Modeller {
+    const uint8_t* src;
+    int step, width, height;
+    uint32_t* flags;  // word of column 0, rows 0 and 1
+    int fs;           // flag row stride in words
+    uint8_t* dec;
+    uint8_t* ctx;
+    int n;  // symbols written
+    const uint8_t* zc;
+    bool causal;
+    bool segmentation;
+    bool exactLast;
+    int lowest;
+    // Distortion of the pass in progress.
+    uint32_t dist;
+    const int32_t* dtab;
+    uint32_t dmask;
+    int rshift, lshift;
+
+    uint32_t sample(int x, int y) const {
+        return loadWord(src + static_cast<std::ptrdiff_t>(y) * step + static_cast<std::ptrdiff_t>(x) * 4);
+    }
+    uint32_t* word(int x, int y) const { return flags + (y >> 1) * fs + x; }
+
+    void emit(uint32_t d, uint32_t label) {
+        dec[n] = static_cast<uint8_t>(d);
+        ctx[n] = static_cast<uint8_t>(label);
+        ++n;
+    }
+    void emitRaw(uint32_t d) { dec[n++] = static_cast<uint8_t>(d); }
+
+    void selectTable(int p, bool refinement, ZebJ2kEncodeState* st) {
+        const bool exact = exactLast && p == lowest;
+        if (refinement) {
+            dtab = exact ? kDistRefinementExact.data() : kDistRefinement.data();
+            dmask = 127;
+        } else {
+            dtab = exact ? kDistSignificanceExact.data() : kDistSignificance.data();
+            dmask = 63;
+        }
+        rshift = p >= 6 ? p - 6 : 0;
+        lshift = p >= 6 ? 0 : 6 - p;
+        st->distortionTable = dtab;
+        st->distortionMask = static_cast<int32_t>(dmask);
+        st->tableRightShift = rshift;
+        st->tableLeftShift = lshift;
+    }
+    void addDistortion(uint32_t s) {
+        const uint32_t i = (static_cast<uint32_t>(static_cast<int32_t>(s) >> rshift) << lshift) & dmask;
+        dist += static_cast<uint32_t>(dtab[i]);
+    }
+
+    // The sample at (x, y) has become significant: code its sign, count its
+    // distortion and mark its neighbours.
+    template <bool Raw>
+    void becomeSignificant(uint32_t* w, int y, uint32_t s) {
+        const uint32_t neg = s >> 31;
+        if ((y & 1) == 0) {
+            if (Raw) {
+                emitRaw(neg);
+            } else {
+                const uint32_t e = signEntryOf(*w & 0xFFFF);
+                emit(neg ^ (e >> 31), e & 15);
+            }
+            addDistortion(s);
+            markEven(w, fs, neg, !(causal && (y & 3) == 0));
+        } else {
+            if (Raw) {
+                emitRaw(neg);
+            } else {
+                const uint32_t e = signEntryOf(*w >> 16);
+                emit(neg ^ (e >> 31), e & 15);
+            }
+            addDistortion(s);
+            markOdd(w, fs, neg);
+        }
+    }
+
+    // One sample of the significance pass; half is its half-word.
+    template <bool Raw>
+    void significanceSample(uint32_t* w, int x, int y, int p, uint32_t half) {
+        const uint32_t s = sample(x, y);
+        const uint32_t bit = (s >> p) & 1;
+        if (Raw)
+            emitRaw(bit);
+        else
+            emit(bit, zc[half & 0xFF]);
+        if (bit)
+            becomeSignificant<Raw>(w, y, s);
+        else
+            *w |= kFlagVisited << ((y & 1) * 16);
+    }
+
+    template <bool Raw>
+    void significancePass(int p) {
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            for (int x = 0; x < width; ++x) {
+                for (int r = 0; r < rows; r += 2) {
+                    uint32_t* w = word(x, y0 + r);
+                    if ((*w & kPairNeighbour) == 0) continue;
+                    if ((*w & 0xA000u) == 0x2000u) significanceSample<Raw>(w, x, y0 + r, p, *w & 0xFFFF);
+                    if (r + 1 < rows && (*w & 0xA0000000u) == 0x20000000u)
+                        significanceSample<Raw>(w, x, y0 + r + 1, p, *w >> 16);
+                }
+            }
+        }
+    }
+
+    template <bool Raw>
+    void refinementPass(int p) {
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            for (int x = 0; x < width; ++x) {
+                for (int r = 0; r < rows; r += 2) {
+                    uint32_t* w = word(x, y0 + r);
+                    if ((*w & kPairSig) == 0) continue;
+                    for (int k = 0; k < 2 && r + k < rows; ++k) {
+                        const uint32_t half = (*w >> (16 * k)) & 0xFFFF;
+                        if ((half & 0xC000u) != 0x8000u) continue;
+                        const uint32_t s = sample(x, y0 + r + k);
+                        const uint32_t bit = (s >> p) & 1;
+                        if (Raw) {
+                            emitRaw(bit);
+                        } else {
+                            emit(bit, refinementLabelOf(half));
+                            *w |= kFlagRefined << (16 * k);
+                        }
+                        addDistortion(s);
+                    }
+                }
+            }
+        }
+    }
+
+    void cleanupPass(int p) {
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            for (int x = 0; x < width; ++x) {
+                uint32_t* w0 = word(x, y0);
+                uint32_t* w1 = w0 + fs;
+                int r = 0;
+                if (rows == 4 && *w0 == 0 && *w1 == 0) {
+                    while (r < 4 && ((sample(x, y0 + r) >> p) & 1) == 0) ++r;
+                    if (r == 4) {
+                        emit(0, kLabelRunLength);
+                        continue;
+                    }
+                    emit(1, kLabelRunLength);
+                    emit(static_cast<uint32_t>(r >> 1), kLabelUniform);
+                    emit(static_cast<uint32_t>(r & 1), kLabelUniform);
+                    becomeSignificant<false>(r < 2 ? w0 : w1, y0 + r, sample(x, y0 + r));
+                    ++r;
+                }
+                for (; r < rows; ++r) {
+                    uint32_t* w = r < 2 ? w0 : w1;
+                    const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
+                    if (half & 0xC000u) continue;
+                    const uint32_t s = sample(x, y0 + r);
+                    const uint32_t bit = (s >> p) & 1;
+                    emit(bit, zc[half & 0xFF]);
+                    if (bit) becomeSignificant<false>(w, y0 + r, s);
+                }
+                *w0 &= ~kPairVisited;
+                if (rows > 2) *w1 &= ~kPairVisited;
+            }
+        }
+        if (segmentation) {
+            emit(1, kLabelUniform);
+            emit(0, kLabelUniform);
+            emit(1, kLabelUniform);
+            emit(0, kLabelUniform);
+        }
+    }
+};
+
+}  // namespace
+
+void resetContexts(ZebJ2kCoderState* c) {
+    for (int i = 0; i < kContextCount; ++i) {
+        c->contextIndex[i] = kInitialState[i];
+        c->contextMps[i] = 0;
+    }
+}
+
+void restartMq(ZebJ2kCoderState* c) {
+    c->regA = 0x8000;
+    c->regC = 0;
+    c->regCT = 12;
+    c->pendingByte = 0;
+    c->queueHead = 0;
+    c->queueTail = 0;
+    c->byteOutCount = 0;
+    c->skipFirstByte = 1;
+}
+
+int segmentCountOf(const ZebJ2kCoderState* c) {
+    if (c->termAll) return c->passCount;
+    int count = 1;
+    for (int i = 0; i + 1 < c->passCount; ++i) count += c->passRaw[i] != c->passRaw[i + 1];
+    return count;
+}
+
+int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2kEncodeState* st, int subband,
+                   int magnitudeBits, int flushMethod, int codeStyle) {
+    ZebJ2kCoderState* c = st->coder;
+    const int strideBytes = flagStrideBytes(width);
+    const int flagRows = flagRowCount(height);
+
+    // 1. Clear the flag rows at this block's stride.
+    uint8_t* fbase = reinterpret_cast<uint8_t*>(st->flagRows);
+    for (int r = 0; r < flagRows; ++r) ownsZero_8u(fbase + static_cast<std::ptrdiff_t>(r) * strideBytes, 4 * width + 8);
+
+    Modeller m;
+    m.src = reinterpret_cast<const uint8_t*>(src);
+    m.step = srcStep;
+    m.width = width;
+    m.height = height;
+    m.fs = strideBytes / 4;
+    m.flags = st->flagRows + m.fs + 1;
+    // 2. The zero-coding table.
+    m.zc = zeroCodingTable(subband);
+    m.causal = (codeStyle & kStyleCausal) != 0;
+    m.segmentation = (codeStyle & kStyleSegmentationSymbols) != 0;
+    m.exactLast = (codeStyle & kStyleExactLastPlane) != 0;
+
+    // 3. A fresh coder record.
+    c->passCount = 0;
+    c->symbolsWritten = 0;
+    c->passStart = 0;
+    c->storePass = 0;
+    c->resetContexts = (codeStyle & kStyleResetContexts) ? 1 : 0;
+    c->termAll = (codeStyle & kStyleTermAll) ? 1 : 0;
+    resetContexts(c);
+    restartMq(c);
+    c->rawLastWasFF = 0;
+    c->rawPartial = 0;
+    c->rawBitPosition = 7;
+    c->mqActive = 0;
+    c->flushMethod = static_cast<uint32_t>(flushMethod);
+
+    // Magnitude bits outside 0 to 31 act as the nearest end of that range.
+    const int mb = std::clamp(magnitudeBits, 0, 31);
+    const int lowest = 31 - mb;
+    st->lowestPlane = lowest;
+    st->exactLastPlane = m.exactLast ? 1 : 0;
+    m.lowest = lowest;
+
+    // 4. Significant bits over all samples.
+    uint32_t any = 0;
+    for (int y = 0; y < height; ++y) {
+        const uint8_t* row = m.src + static_cast<std::ptrdiff_t>(y) * srcStep;
+        uint32_t acc = 0;
+        for (int x = 0; x < width; ++x) acc |= loadWord(row + 4 * x);
+        any |= acc;
+    }
+    any &= 0x7FFFFFFFu;
+    const int S = any ? 32 - __builtin_clz(any) : 0;
+
+    // 5. Distortion bookkeeping. distortionTable also tells the queries that
+    // a block has been loaded.
+    st->planeShift = 2 * (S - 1 - lowest) - 13;
+    st->modelPass = 0;
+    st->passDistortion[0] = 0;
+    st->distortionTable = kDistSignificance.data();
+    st->distortionMask = 63;
+
+    m.dec = c->decisionBuffer;
+    m.ctx = c->contextBuffer;
+    m.n = 0;
+
+    auto endPass = [&](int raw) {
+        c->passRaw[c->passCount] = raw;
+        c->passSymbols[c->passCount] = m.n - c->passStart;
+        c->passStart = m.n;
+        c->symbolsWritten = m.n;
+        ++c->passCount;
+        st->passDistortion[st->modelPass] = static_cast<int32_t>(m.dist);
+        st->passShift[st->modelPass] = st->planeShift;
+        ++st->modelPass;
+        st->passDistortion[st->modelPass] = 0;
+    };
+
+    // 6. Cleanup pass on the top plane.
+    if (S - 1 >= lowest) {
+        m.dist = 0;
+        m.selectTable(S - 1, false, st);
+        m.cleanupPass(S - 1);
+        endPass(0);
+        st->planeShift -= 2;
+    }
+    // 7. Three passes on each plane below.
+    const bool bypass = (codeStyle & kStyleBypass) != 0;
+    for (int p = S - 2; p >= lowest; --p) {
+        const bool raw = bypass && p < S - 4;
+        m.dist = 0;
+        m.selectTable(p, false, st);
+        if (raw)
+            m.significancePass<true>(p);
+        else
+            m.significancePass<false>(p);
+        endPass(raw ? 1 : 0);
+        m.dist = 0;
+        m.selectTable(p, true, st);
+        if (raw)
+            m.refinementPass<true>(p);
+        else
+            m.refinementPass<false>(p);
+        endPass(raw ? 1 : 0);
+        m.dist = 0;
+        m.selectTable(p, false, st);
+        m.cleanupPass(p);
+        endPass(0);
+        st->planeShift -= 2;
+    }
+
+    // 8. Ready to store from pass 0.
+    c->bytesDelivered = 0;
+    c->passStart = 0;
+    c->storePass = 0;
+    c->passDecisions = c->decisionBuffer;
+    c->passContexts = c->contextBuffer;
+    c->passSymbolIndex = 0;
+    c->passBytesOut = 0;
+    if (c->passCount > 0) {
+        c->passSymbolCount = c->passSymbols[0];
+        c->passIsRaw = c->passRaw[0];
+    } else {
+        c->passSymbolCount = 0;
+        c->passIsRaw = 0;
+    }
+    return S;
+}
+
+}  // namespace zeb::j2k
+
+using namespace zeb::j2k;
+
+ZebStatus zebimpl::zebiEncodeInitAlloc_JPEG2K(ZebJ2kEncodeState** state, ZebSize maxBlockSize) {
+    if (!state) return zebStatusNullPointer;
+    if (maxBlockSize.height < 1 || maxBlockSize.width < 1) return zebStatusBadSize;
+    const int64_t w = maxBlockSize.width, h = maxBlockSize.height;
+    const int64_t symbolBytes = int64_t{kSymbolsPerStripeColumn} * w * ((h + 3) / 4);
+    const int64_t flagBytes = int64_t{flagRowCount(maxBlockSize.height)} * ((4 * w + 8 + 31) & ~int64_t{31});
+    *state = nullptr;
+
+    auto* st = static_cast<ZebJ2kEncodeState*>(ownsMalloc(static_cast<int>(sizeof(ZebJ2kEncodeState))));
+    if (!st) return zebStatusNoMemory;
+    ownsZero_8u(reinterpret_cast<Zeb8u*>(st), static_cast<int>(sizeof(ZebJ2kEncodeState)));
+    auto* c = static_cast<ZebJ2kCoderState*>(ownsMalloc(static_cast<int>(sizeof(ZebJ2kCoderState))));
+    if (!c) {
+        ownsFree(st);
+        return zebStatusNoMemory;
+    }
+    ownsZero_8u(reinterpret_cast<Zeb8u*>(c), static_cast<int>(sizeof(ZebJ2kCoderState)));
+    // Both symbol buffers come from one request, decisions first.
+    uint8_t* symbols = nullptr;
+    if (2 * symbolBytes <= INT32_MAX) symbols = static_cast<uint8_t*>(ownsMalloc(static_cast<int>(2 * symbolBytes)));
+    if (!symbols) {
+        ownsFree(c);
+        ownsFree(st);
+        return zebStatusNoMemory;
+    }
+    uint32_t* flags = nullptr;
+    if (flagBytes <= INT32_MAX) flags = static_cast<uint32_t*>(ownsMalloc(static_cast<int>(flagBytes)));
+    if (!flags) {
+        ownsFree(symbols);
+        ownsFree(c);
+        ownsFree(st);
+        return zebStatusNoMemory;
+    }
+    c->decisionBuffer = symbols;
+    c->contextBuffer = symbols + symbolBytes;
+    st->coder = c;
+    st->flagRows = flags;
+    st->mark = kEncodeMark;
+    *state = st;
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiEncodeFree_JPEG2K(ZebJ2kEncodeState* state) {
+    if (!state) return zebStatusNullPointer;
+    ZebJ2kCoderState* c = state->coder;
+    ownsFree(state->flagRows);
+    if (c) {
+        ownsFree(c->decisionBuffer);
+        ownsFree(c);
+    }
+    state->mark = 0;
+    ownsFree(state);
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiEncodeLoadCodeBlock_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, ZebSize blockSize,
+                                                         ZebJ2kEncodeState* state, int subband, int magnitudeBits,
+                                                         int flushMethod, int reserved, int codeStyle,
+                                                         int* significantBits, int* passCount, int* segmentCount) {
+    if (!state) return zebStatusNullPointer;
+    if (state->mark != kEncodeMark) return zebStatusBadContext;
+    if (!significantBits || !passCount || !segmentCount) return zebStatusNullPointer;
+    if (blockSize.height < 1) return zebStatusBadSize;
+    if (blockSize.width < 1) return zebStatusBadSize;
+    if (!src) return zebStatusNullPointer;
+    if (srcStep < 1) return zebStatusBadStep;
+
+    const int S = modelCodeBlock(src, srcStep, blockSize.width, blockSize.height, state, subband, magnitudeBits,
+                                 flushMethod, codeStyle);
+    *significantBits = S;
+    *passCount = state->coder->passCount;
+    *segmentCount = segmentCountOf(state->coder);
+    return zebStatusOk;
+}
