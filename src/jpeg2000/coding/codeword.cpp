@@ -3,6 +3,7 @@
 // keeps the rate and length of every pass. A store call may stop at any
 // byte; everything needed to go on lives in the coder record.
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "frame/impl.h"
@@ -12,71 +13,120 @@ namespace zeb::j2k {
 
 namespace {
 
-// The MQ registers and queue tail of one run, kept in locals.
+// A context's state in one byte: probability row * 2 + more probable
+// symbol, with the successors precomputed in the same form.
+struct MqStep {
+    uint32_t qe;
+    uint8_t nextMps, nextLps;
+};
+constexpr std::array<MqStep, 94> makeSteps() {
+    std::array<MqStep, 94> t{};
+    for (int i = 0; i < 47; ++i)
+        for (int mps = 0; mps < 2; ++mps) {
+            const MqRow& r = kMqTable[i];
+            t[2 * i + mps] = {r.qe, static_cast<uint8_t>(2 * r.nextMps + mps),
+                              static_cast<uint8_t>(2 * r.nextLps + (r.swap ? 1 - mps : mps))};
+        }
+    return t;
+}
+constexpr auto kSteps = makeSteps();
+
+// The MQ registers of one run, kept in locals. Bytes go either into the
+// queue or, while the caller's buffer has room for a whole symbol's output,
+// straight into the buffer.
 struct Mq {
     uint32_t a, c, ct, b;
     uint32_t* queue;
     int tail;
     int outCount;
+    uint8_t* direct = nullptr;
+    int pos = 0;
+    int skip = 0;
 
+    template <bool Direct>
     void push() {
-        queue[tail++] = b;
+        if (Direct) {
+            if (skip)
+                skip = 0;
+            else
+                direct[pos++] = static_cast<uint8_t>(b);
+        } else {
+            queue[tail++] = b;
+        }
         ++outCount;
     }
+    template <bool Direct = false>
     void byteOut() {
         if (b != 0xFF) {
             if (c >= 0x8000000u) {
                 ++b;
                 if (b == 0xFF) {
                     c &= 0x7FFFFFFu;
-                    byteOutAfterFF();
+                    byteOutAfterFF<Direct>();
                     return;
                 }
             }
-            push();
+            push<Direct>();
             b = (c >> 19) & 0xFF;
             c &= 0x7FFFFu;
             ct = 8;
             return;
         }
-        byteOutAfterFF();
+        byteOutAfterFF<Direct>();
     }
+    template <bool Direct>
     void byteOutAfterFF() {
-        push();
+        push<Direct>();
         b = (c >> 20) & 0xFF;
         c &= 0xFFFFFu;
         ct = 7;
     }
+    template <bool Direct>
     void renormalise() {
+        // All shifts at once when no byte-out falls among them.
+        const uint32_t n = static_cast<uint32_t>(__builtin_clz(a)) - 16;
+        if (n < ct) {
+            a <<= n;
+            c <<= n;
+            ct -= n;
+            return;
+        }
         do {
             a <<= 1;
             c <<= 1;
-            if (--ct == 0) byteOut();
+            if (--ct == 0) byteOut<Direct>();
         } while ((a & 0x8000u) == 0);
     }
-    void encode(uint32_t d, int cx, int32_t* index, int32_t* mps) {
-        const MqRow& row = kMqTable[index[cx]];
-        const uint32_t qe = row.qe;
+    // Codes decision d in a context, without branches on the decision: with
+    // x = (d is the MPS) XOR (A - Qe < Qe), C grows by Qe and A keeps A - Qe
+    // when x is set, and A becomes Qe otherwise. The context moves on only
+    // when A needs renormalising; a renormalisation without byte-out is one
+    // shift.
+    template <bool Direct>
+    void encode(uint32_t d, uint8_t& state) {
+        const uint32_t st = state;
+        const MqStep& s = kSteps[st];
+        const uint32_t qe = s.qe;
         a -= qe;
-        if (d == static_cast<uint32_t>(mps[cx])) {
-            if (a & 0x8000u) {
-                c += qe;
-                return;
-            }
-            if (a < qe)
-                a = qe;
-            else
-                c += qe;
-            index[cx] = row.nextMps;
-        } else {
-            if (a < qe)
-                c += qe;
-            else
-                a = qe;
-            if (row.swap) mps[cx] ^= 1;
-            index[cx] = row.nextLps;
+        const uint32_t isMps = (d ^ st ^ 1u) & 1u;
+        const uint32_t mask = 0u - (isMps ^ static_cast<uint32_t>(a < qe));
+        c += qe & mask;
+        a = (a & mask) | (qe & ~mask);
+        const uint32_t n = static_cast<uint32_t>(__builtin_clz(a)) - 16;
+        const uint32_t next = s.nextLps ^ ((s.nextMps ^ s.nextLps) & (0u - isMps));
+        const uint32_t keep = 0u - static_cast<uint32_t>(n == 0);
+        state = static_cast<uint8_t>((st & keep) | (next & ~keep));
+        if (n < ct) {
+            a <<= n;
+            c <<= n;
+            ct -= n;
+            return;
         }
-        renormalise();
+        do {
+            a <<= 1;
+            c <<= 1;
+            if (--ct == 0) byteOut<Direct>();
+        } while ((a & 0x8000u) == 0);
     }
 
     void flushFull() {
@@ -159,7 +209,15 @@ struct Output {
 };
 
 Mq loadMq(ZebJ2kCoderState* c) {
-    return Mq{c->regA, c->regC, c->regCT, c->pendingByte, c->byteQueue, c->queueTail, c->byteOutCount};
+    Mq m;
+    m.a = c->regA;
+    m.c = c->regC;
+    m.ct = c->regCT;
+    m.b = c->pendingByte;
+    m.queue = c->byteQueue;
+    m.tail = c->queueTail;
+    m.outCount = c->byteOutCount;
+    return m;
 }
 void saveMq(ZebJ2kCoderState* c, const Mq& m) {
     c->regA = m.a;
@@ -194,16 +252,37 @@ bool mqPass(ZebJ2kCoderState* c, bool terminate, Output& out) {
     const uint8_t* ctx = c->passContexts;
     int idx = c->passSymbolIndex;
     const int count = c->passSymbolCount;
-    int32_t* index = c->contextIndex;
-    int32_t* mps = c->contextMps;
+    uint8_t states[kContextCount];
+    for (int i = 0; i < kContextCount; ++i)
+        states[i] = static_cast<uint8_t>(2 * c->contextIndex[i] + c->contextMps[i]);
     for (;;) {
         if (c->queueHead != m.tail) deliver(c, m.tail, out);
         if (out.room == 0 || idx == count) break;
         c->queueHead = 0;
         m.tail = 0;
-        m.encode(dec[idx], ctx[idx], index, mps);
-        ++idx;
         c->mqActive = 1;
+        if (out.room >= 2) {
+            // One symbol puts out at most two bytes: while they fit, they go
+            // straight to the buffer, as the queue would deliver them.
+            m.direct = out.dst + out.stored;
+            m.pos = 0;
+            m.skip = c->skipFirstByte;
+            while (idx < count && out.room - m.pos >= 2) {
+                m.encode<true>(dec[idx], states[ctx[idx]]);
+                ++idx;
+            }
+            out.stored += m.pos;
+            out.room -= m.pos;
+            c->passBytesOut += m.pos;
+            c->skipFirstByte = m.skip;
+            continue;
+        }
+        m.encode<false>(dec[idx], states[ctx[idx]]);
+        ++idx;
+    }
+    for (int i = 0; i < kContextCount; ++i) {
+        c->contextIndex[i] = states[i] >> 1;
+        c->contextMps[i] = states[i] & 1;
     }
     c->passSymbolIndex = idx;
     if (!terminate) {
