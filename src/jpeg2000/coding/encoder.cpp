@@ -2,6 +2,8 @@
 // plane by plane and pass by pass, writes every decision with its context
 // label into the symbol buffers and sums the distortion of each pass. The
 // codeword bytes come later, from the store calls.
+#include <immintrin.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -40,10 +42,6 @@ struct Modeller {
     uint32_t dmask;
     int rshift, lshift;
 
-    uint32_t sample(int x, int y) const {
-        return loadWord(src + static_cast<std::ptrdiff_t>(y) * step + static_cast<std::ptrdiff_t>(x) * 4);
-    }
-    uint32_t* word(int x, int y) const { return flags + (y >> 1) * fs + x; }
 
     void emit(uint32_t d, uint32_t label) {
         dec[n] = static_cast<uint8_t>(d);
@@ -73,121 +71,151 @@ struct Modeller {
         dist += static_cast<uint32_t>(dtab[i]);
     }
 
-    // The sample at (x, y) has become significant: code its sign, count its
-    // distortion and mark its neighbours.
+    // A sample in row r (0 to 3) of its stripe, with word w, has become
+    // significant: code its sign, count its distortion, mark its neighbours.
     template <bool Raw>
-    void becomeSignificant(uint32_t* w, int y, uint32_t s) {
+    void becomeSignificant(uint32_t* w, int r, uint32_t s) {
         const uint32_t neg = s >> 31;
-        if ((y & 1) == 0) {
-            if (Raw) {
-                emitRaw(neg);
-            } else {
-                const uint32_t e = signEntryOf(*w & 0xFFFF);
-                emit(neg ^ (e >> 31), e & 15);
-            }
-            addDistortion(s);
-            markEven(w, fs, neg, !(causal && (y & 3) == 0));
+        const uint32_t half = (r & 1) ? (*w >> 16) : (*w & 0xFFFF);
+        if (Raw) {
+            emitRaw(neg);
         } else {
-            if (Raw) {
-                emitRaw(neg);
-            } else {
-                const uint32_t e = signEntryOf(*w >> 16);
-                emit(neg ^ (e >> 31), e & 15);
-            }
-            addDistortion(s);
-            markOdd(w, fs, neg);
+            const uint32_t e = signEntryOf(half);
+            emit(neg ^ (e >> 31), e & 15);
         }
+        addDistortion(s);
+        if (r & 1)
+            markOdd(w, fs, neg);
+        else
+            markEven(w, fs, neg, !(causal && r == 0));
     }
 
-    // One sample of the significance pass; half is its half-word.
+    // One sample of the significance pass: row r of its stripe, sample at sp.
     template <bool Raw>
-    void significanceSample(uint32_t* w, int x, int y, int p, uint32_t half) {
-        const uint32_t s = sample(x, y);
+    void significanceSample(uint32_t* w, const uint8_t* sp, int r, int p, uint32_t half) {
+        const uint32_t s = loadWord(sp);
         const uint32_t bit = (s >> p) & 1;
         if (Raw)
             emitRaw(bit);
         else
             emit(bit, zc[half & 0xFF]);
         if (bit)
-            becomeSignificant<Raw>(w, y, s);
+            becomeSignificant<Raw>(w, r, s);
         else
-            *w |= kFlagVisited << ((y & 1) * 16);
+            *w |= kFlagVisited << ((r & 1) * 16);
+    }
+
+    // Stripe loop: f0 the first flag word of the stripe's column 0 (rows 0
+    // and 1), f1 the one below it (rows 2 and 3), sp the stripe's first
+    // sample. With a skip mask, runs of eight columns whose words have none
+    // of its bits are passed over with one vector test.
+    template <uint32_t SkipMask = 0, class Column>
+    void stripes(Column&& column) {
+        const uint8_t* sp = src;
+        uint32_t* f0 = flags;
+        const __m256i mask = _mm256_set1_epi32(static_cast<int>(SkipMask));
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            uint32_t* f1 = f0 + fs;
+            int x = 0;
+            while (x < width) {
+                if (SkipMask != 0 && x + 8 <= width) {
+                    __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f0 + x));
+                    if (rows > 2) v = _mm256_or_si256(v, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f1 + x)));
+                    if (_mm256_testz_si256(v, mask)) {
+                        x += 8;
+                        continue;
+                    }
+                    for (const int end = x + 8; x < end; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+                    continue;
+                }
+                column(f0 + x, f1 + x, sp + 4 * x, rows);
+                ++x;
+            }
+            sp += 4 * static_cast<std::ptrdiff_t>(step);
+            f0 += 2 * fs;
+        }
     }
 
     template <bool Raw>
     void significancePass(int p) {
-        for (int y0 = 0; y0 < height; y0 += 4) {
-            const int rows = std::min(4, height - y0);
-            for (int x = 0; x < width; ++x) {
-                for (int r = 0; r < rows; r += 2) {
-                    uint32_t* w = word(x, y0 + r);
-                    if ((*w & kPairNeighbour) == 0) continue;
-                    if ((*w & 0xA000u) == 0x2000u) significanceSample<Raw>(w, x, y0 + r, p, *w & 0xFFFF);
-                    if (r + 1 < rows && (*w & 0xA0000000u) == 0x20000000u)
-                        significanceSample<Raw>(w, x, y0 + r + 1, p, *w >> 16);
-                }
+        const std::ptrdiff_t st = step;
+        stripes<kPairNeighbour>([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
+            if (*w0 & kPairNeighbour) {
+                if ((*w0 & 0xA000u) == 0x2000u) significanceSample<Raw>(w0, sp, 0, p, *w0 & 0xFFFF);
+                if (rows > 1 && (*w0 & 0xA0000000u) == 0x20000000u)
+                    significanceSample<Raw>(w0, sp + st, 1, p, *w0 >> 16);
             }
+            if (rows > 2 && (*w1 & kPairNeighbour)) {
+                if ((*w1 & 0xA000u) == 0x2000u) significanceSample<Raw>(w1, sp + 2 * st, 2, p, *w1 & 0xFFFF);
+                if (rows > 3 && (*w1 & 0xA0000000u) == 0x20000000u)
+                    significanceSample<Raw>(w1, sp + 3 * st, 3, p, *w1 >> 16);
+            }
+        });
+    }
+
+    template <bool Raw>
+    void refineSample(uint32_t* w, const uint8_t* sp, int k, int p) {
+        const uint32_t half = (*w >> (16 * k)) & 0xFFFF;
+        if ((half & 0xC000u) != 0x8000u) return;
+        const uint32_t s = loadWord(sp);
+        const uint32_t bit = (s >> p) & 1;
+        if (Raw) {
+            emitRaw(bit);
+        } else {
+            emit(bit, refinementLabelOf(half));
+            *w |= kFlagRefined << (16 * k);
         }
+        addDistortion(s);
     }
 
     template <bool Raw>
     void refinementPass(int p) {
-        for (int y0 = 0; y0 < height; y0 += 4) {
-            const int rows = std::min(4, height - y0);
-            for (int x = 0; x < width; ++x) {
-                for (int r = 0; r < rows; r += 2) {
-                    uint32_t* w = word(x, y0 + r);
-                    if ((*w & kPairSig) == 0) continue;
-                    for (int k = 0; k < 2 && r + k < rows; ++k) {
-                        const uint32_t half = (*w >> (16 * k)) & 0xFFFF;
-                        if ((half & 0xC000u) != 0x8000u) continue;
-                        const uint32_t s = sample(x, y0 + r + k);
-                        const uint32_t bit = (s >> p) & 1;
-                        if (Raw) {
-                            emitRaw(bit);
-                        } else {
-                            emit(bit, refinementLabelOf(half));
-                            *w |= kFlagRefined << (16 * k);
-                        }
-                        addDistortion(s);
-                    }
-                }
+        const std::ptrdiff_t st = step;
+        stripes<kPairSig>([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
+            if (*w0 & kPairSig) {
+                refineSample<Raw>(w0, sp, 0, p);
+                if (rows > 1) refineSample<Raw>(w0, sp + st, 1, p);
             }
-        }
+            if (rows > 2 && (*w1 & kPairSig)) {
+                refineSample<Raw>(w1, sp + 2 * st, 0, p);
+                if (rows > 3) refineSample<Raw>(w1, sp + 3 * st, 1, p);
+            }
+        });
     }
 
     void cleanupPass(int p) {
-        for (int y0 = 0; y0 < height; y0 += 4) {
-            const int rows = std::min(4, height - y0);
-            for (int x = 0; x < width; ++x) {
-                uint32_t* w0 = word(x, y0);
-                uint32_t* w1 = w0 + fs;
-                int r = 0;
-                if (rows == 4 && *w0 == 0 && *w1 == 0) {
-                    while (r < 4 && ((sample(x, y0 + r) >> p) & 1) == 0) ++r;
-                    if (r == 4) {
-                        emit(0, kLabelRunLength);
-                        continue;
-                    }
-                    emit(1, kLabelRunLength);
-                    emit(static_cast<uint32_t>(r >> 1), kLabelUniform);
-                    emit(static_cast<uint32_t>(r & 1), kLabelUniform);
-                    becomeSignificant<false>(r < 2 ? w0 : w1, y0 + r, sample(x, y0 + r));
-                    ++r;
+        const std::ptrdiff_t st = step;
+        stripes([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
+            int r = 0;
+            if (rows == 4 && (*w0 | *w1) == 0) {
+                // Run-length mode: the first row with a 1 on this plane.
+                const uint32_t bits = ((loadWord(sp) >> p) & 1) | (((loadWord(sp + st) >> p) & 1) << 1) |
+                                      (((loadWord(sp + 2 * st) >> p) & 1) << 2) |
+                                      (((loadWord(sp + 3 * st) >> p) & 1) << 3);
+                if (bits == 0) {
+                    emit(0, kLabelRunLength);
+                    return;
                 }
-                for (; r < rows; ++r) {
-                    uint32_t* w = r < 2 ? w0 : w1;
-                    const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
-                    if (half & 0xC000u) continue;
-                    const uint32_t s = sample(x, y0 + r);
-                    const uint32_t bit = (s >> p) & 1;
-                    emit(bit, zc[half & 0xFF]);
-                    if (bit) becomeSignificant<false>(w, y0 + r, s);
-                }
-                *w0 &= ~kPairVisited;
-                if (rows > 2) *w1 &= ~kPairVisited;
+                r = __builtin_ctz(bits);
+                emit(1, kLabelRunLength);
+                emit(static_cast<uint32_t>(r >> 1), kLabelUniform);
+                emit(static_cast<uint32_t>(r & 1), kLabelUniform);
+                becomeSignificant<false>(r < 2 ? w0 : w1, r, loadWord(sp + r * st));
+                ++r;
             }
-        }
+            for (; r < rows; ++r) {
+                uint32_t* w = r < 2 ? w0 : w1;
+                const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
+                if (half & 0xC000u) continue;
+                const uint32_t s = loadWord(sp + r * st);
+                const uint32_t bit = (s >> p) & 1;
+                emit(bit, zc[half & 0xFF]);
+                if (bit) becomeSignificant<false>(w, r, s);
+            }
+            *w0 &= ~kPairVisited;
+            if (rows > 2) *w1 &= ~kPairVisited;
+        });
         if (segmentation) {
             emit(1, kLabelUniform);
             emit(0, kLabelUniform);
@@ -271,12 +299,18 @@ int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2k
 
     // 4. Significant bits over all samples.
     uint32_t any = 0;
+    __m256i acc8 = _mm256_setzero_si256();
     for (int y = 0; y < height; ++y) {
         const uint8_t* row = m.src + static_cast<std::ptrdiff_t>(y) * srcStep;
-        uint32_t acc = 0;
-        for (int x = 0; x < width; ++x) acc |= loadWord(row + 4 * x);
-        any |= acc;
+        int x = 0;
+        for (; x + 8 <= width; x += 8)
+            acc8 = _mm256_or_si256(acc8, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + 4 * x)));
+        for (; x < width; ++x) any |= loadWord(row + 4 * x);
     }
+    __m128i acc4 = _mm_or_si128(_mm256_castsi256_si128(acc8), _mm256_extracti128_si256(acc8, 1));
+    acc4 = _mm_or_si128(acc4, _mm_unpackhi_epi64(acc4, acc4));
+    acc4 = _mm_or_si128(acc4, _mm_srli_epi64(acc4, 32));
+    any |= static_cast<uint32_t>(_mm_cvtsi128_si32(acc4));
     any &= 0x7FFFFFFFu;
     const int S = any ? 32 - __builtin_clz(any) : 0;
 
