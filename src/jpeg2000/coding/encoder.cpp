@@ -43,12 +43,12 @@ struct Modeller {
     int rshift, lshift;
 
 
-    void emit(uint32_t d, uint32_t label) {
+    [[gnu::always_inline]] void emit(uint32_t d, uint32_t label) {
         dec[n] = static_cast<uint8_t>(d);
         ctx[n] = static_cast<uint8_t>(label);
         ++n;
     }
-    void emitRaw(uint32_t d) { dec[n++] = static_cast<uint8_t>(d); }
+    [[gnu::always_inline]] void emitRaw(uint32_t d) { dec[n++] = static_cast<uint8_t>(d); }
 
     void selectTable(int p, bool refinement, ZebJ2kEncodeState* st) {
         const bool exact = exactLast && p == lowest;
@@ -66,7 +66,7 @@ struct Modeller {
         st->tableRightShift = rshift;
         st->tableLeftShift = lshift;
     }
-    void addDistortion(uint32_t s) {
+    [[gnu::always_inline]] void addDistortion(uint32_t s) {
         const uint32_t i = (static_cast<uint32_t>(static_cast<int32_t>(s) >> rshift) << lshift) & dmask;
         dist += static_cast<uint32_t>(dtab[i]);
     }
@@ -74,7 +74,7 @@ struct Modeller {
     // A sample in row r (0 to 3) of its stripe, with word w, has become
     // significant: code its sign, count its distortion, mark its neighbours.
     template <bool Raw>
-    void becomeSignificant(uint32_t* w, int r, uint32_t s) {
+    [[gnu::always_inline]] void becomeSignificant(uint32_t* w, int r, uint32_t s) {
         const uint32_t neg = s >> 31;
         const uint32_t half = (r & 1) ? (*w >> 16) : (*w & 0xFFFF);
         if (Raw) {
@@ -92,7 +92,7 @@ struct Modeller {
 
     // One sample of the significance pass: row r of its stripe, sample at sp.
     template <bool Raw>
-    void significanceSample(uint32_t* w, const uint8_t* sp, int r, int p, uint32_t half) {
+    [[gnu::always_inline]] void significanceSample(uint32_t* w, const uint8_t* sp, int r, int p, uint32_t half) {
         const uint32_t s = loadWord(sp);
         const uint32_t bit = (s >> p) & 1;
         if (Raw)
@@ -110,7 +110,7 @@ struct Modeller {
     // sample. With a skip mask, runs of eight columns whose words have none
     // of its bits are passed over with one vector test.
     template <uint32_t SkipMask = 0, class Column>
-    void stripes(Column&& column) {
+    [[gnu::always_inline]] void stripes(Column&& column) {
         const uint8_t* sp = src;
         uint32_t* f0 = flags;
         const __m256i mask = _mm256_set1_epi32(static_cast<int>(SkipMask));
@@ -138,7 +138,7 @@ struct Modeller {
     }
 
     template <bool Raw>
-    void significancePass(int p) {
+    [[gnu::always_inline]] void significanceBody(int p) {
         const std::ptrdiff_t st = step;
         stripes<kPairNeighbour>([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
             if (*w0 & kPairNeighbour) {
@@ -155,7 +155,7 @@ struct Modeller {
     }
 
     template <bool Raw>
-    void refineSample(uint32_t* w, const uint8_t* sp, int k, int p) {
+    [[gnu::always_inline]] void refineSample(uint32_t* w, const uint8_t* sp, int k, int p) {
         const uint32_t half = (*w >> (16 * k)) & 0xFFFF;
         if ((half & 0xC000u) != 0x8000u) return;
         const uint32_t s = loadWord(sp);
@@ -170,7 +170,7 @@ struct Modeller {
     }
 
     template <bool Raw>
-    void refinementPass(int p) {
+    [[gnu::always_inline]] void refinementBody(int p) {
         const std::ptrdiff_t st = step;
         stripes<kPairSig>([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
             if (*w0 & kPairSig) {
@@ -184,7 +184,7 @@ struct Modeller {
         });
     }
 
-    void cleanupPass(int p) {
+    [[gnu::always_inline]] void cleanupBody(int p) {
         const std::ptrdiff_t st = step;
         stripes([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
             int r = 0;
@@ -222,6 +222,30 @@ struct Modeller {
             emit(1, kLabelUniform);
             emit(0, kLabelUniform);
         }
+    }
+
+    // The passes run on a local copy of the working set, so that the symbol
+    // and flag stores, which may alias any field in memory, do not force the
+    // fields to be reloaded after every store.
+    template <bool Raw>
+    void significancePass(int p) {
+        Modeller m = *this;
+        m.significanceBody<Raw>(p);
+        n = m.n;
+        dist = m.dist;
+    }
+    template <bool Raw>
+    void refinementPass(int p) {
+        Modeller m = *this;
+        m.refinementBody<Raw>(p);
+        n = m.n;
+        dist = m.dist;
+    }
+    void cleanupPass(int p) {
+        Modeller m = *this;
+        m.cleanupBody(p);
+        n = m.n;
+        dist = m.dist;
     }
 };
 
