@@ -415,6 +415,10 @@ TEST(J2kEncodeStore, PiecesOfEverySizeGiveTheSameCodeword) {
                 ASSERT_EQ(parts.bytes, whole.bytes) << "style " << style << " flush " << flush << " chunk " << chunk;
                 EXPECT_EQ(parts.segLens, whole.segLens) << "chunk " << chunk;
                 EXPECT_EQ(parts.dist, whole.dist);
+                // Terminated full flushes leave no pass with bytes in the
+                // queue, and never end on 0xFF: the rates agree exactly.
+                if ((style & zebJ2kTermAll) && !(style & zebJ2kBypass) && flush == 0)
+                    EXPECT_EQ(parts.rates, whole.rates) << "chunk " << chunk;
                 for (size_t i = 0; i + 1 < parts.calls.size(); ++i) EXPECT_LE(parts.calls[i], chunk);
                 // Rates never exceed the bytes plus the five-byte estimate, and
                 // never fall from one pass to the next.
@@ -493,6 +497,42 @@ TEST(J2kEncodeStore, TerminatedSegmentsEndCleanly) {
     }
     EXPECT_GT(emptyPasses, 0);
     EXPECT_GT(rawChecked, 0);
+}
+
+// Raw refinement passes of all-ones decisions: 4 ones pad to 1111 0101; 8
+// ones fill 0xFF with no padding byte; 12 ones give 0xFF, then a byte whose
+// top bit is stuffed: 0 1111 then the padding 010.
+TEST(J2kEncodeStore, RawPaddingAndStuffing) {
+    Handle h;
+    const struct {
+        int samples;
+        std::vector<uint8_t> want;
+    } cases[] = {{4, {0xF5}}, {8, {0xFF}}, {12, {0xFF, 0x7A}}};
+    for (const auto& k : cases) {
+        std::vector<int32_t> block(k.samples, 0x1FF);  // nine planes, all ones
+        for (int chunk : {1, 2, 1000}) {
+            Coded c = encode(h.st, block, k.samples, 1, zebJ2kBypass | zebJ2kTermAll, 0, 31, 0, chunk);
+            ASSERT_EQ(c.passes, 25);
+            const ZebJ2kCoderState* cs = h.st->coder;
+            // Pass 10 is the first raw significance pass (nothing left to
+            // code), pass 11 the first raw refinement pass.
+            ASSERT_EQ(cs->passRaw[11], 1);
+            EXPECT_EQ(cs->passSymbols[10], 0);
+            EXPECT_EQ(c.segLens[10], 0);
+            int offset = 0;
+            for (int p = 0; p < 11; ++p) offset += c.segLens[p];
+            ASSERT_EQ(c.segLens[11], static_cast<int>(k.want.size())) << k.samples;
+            EXPECT_EQ(std::vector<uint8_t>(c.bytes.begin() + offset, c.bytes.begin() + offset + c.segLens[11]), k.want)
+                << k.samples;
+            // The rate of a pass whose last byte is 0xFF stops before it, when
+            // the pass completes in the call that stored that byte. With
+            // one-byte calls the full last byte leaves no room, the pass
+            // completes in the next call, and its rate keeps the 0xFF.
+            const int end = offset + c.segLens[11];
+            const bool lowered = k.want.back() == 0xFF && !(chunk == 1 && k.samples == 8);
+            EXPECT_EQ(c.rates[11], lowered ? end - 1 : end) << k.samples << " chunk " << chunk;
+        }
+    }
 }
 
 // The rate of a pass is enough to decode through it: the reference decoder
