@@ -107,15 +107,18 @@ struct Mq {
         const uint32_t st = state;
         const MqStep& s = kSteps[st];
         const uint32_t qe = s.qe;
-        a -= qe;
+        const uint32_t aSub = a - qe;
         const uint32_t isMps = (d ^ st ^ 1u) & 1u;
-        const uint32_t mask = 0u - (isMps ^ static_cast<uint32_t>(a < qe));
+        const uint32_t mask = 0u - (isMps ^ static_cast<uint32_t>(aSub < qe));
         c += qe & mask;
-        a = (a & mask) | (qe & ~mask);
-        const uint32_t n = static_cast<uint32_t>(__builtin_clz(a)) - 16;
+        a = (aSub & mask) | (qe & ~mask);
+        // The context stays only on an MPS that leaves A at 0x8000 or above;
+        // deciding that from A - Qe keeps the count of leading zeros off the
+        // context's path.
         const uint32_t next = s.nextLps ^ ((s.nextMps ^ s.nextLps) & (0u - isMps));
-        const uint32_t keep = 0u - static_cast<uint32_t>(n == 0);
+        const uint32_t keep = 0u - (isMps & static_cast<uint32_t>(aSub >= 0x8000u));
         state = static_cast<uint8_t>((st & keep) | (next & ~keep));
+        const uint32_t n = static_cast<uint32_t>(__builtin_clz(a)) - 16;
         if (n < ct) {
             a <<= n;
             c <<= n;
