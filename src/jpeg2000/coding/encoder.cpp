@@ -200,6 +200,17 @@ struct Modeller {
         });
     }
 
+    // A sample of the cleanup pass outside run-length mode: coded unless it
+    // is significant or was coded in this plane's significance pass.
+    [[gnu::always_inline]] void cleanupSample(uint32_t* w, const uint8_t* sp, int r, int p) {
+        const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
+        const uint32_t take = (half & 0xC000u) == 0 ? 1u : 0u;
+        const uint32_t s = loadWord(sp);
+        const uint32_t bit = (s >> p) & 1;
+        emitIf(take, bit, zc[half & 0xFF]);
+        if (take & bit) becomeSignificant<false>(w, r, s);
+    }
+
     [[gnu::always_inline]] void cleanupBody(int p) {
         const std::ptrdiff_t st = step;
         stripes([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
@@ -220,14 +231,23 @@ struct Modeller {
                 becomeSignificant<false>(r < 2 ? w0 : w1, r, loadWord(sp + r * st));
                 ++r;
             }
-            for (; r < rows; ++r) {
-                uint32_t* w = r < 2 ? w0 : w1;
-                const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
-                const uint32_t take = (half & 0xC000u) == 0 ? 1u : 0u;
-                const uint32_t s = loadWord(sp + r * st);
-                const uint32_t bit = (s >> p) & 1;
-                emitIf(take, bit, zc[half & 0xFF]);
-                if (take & bit) becomeSignificant<false>(w, r, s);
+            // The remaining rows, unrolled so that each row's half-word
+            // position is a constant.
+            switch (r) {
+                case 0:
+                    cleanupSample(w0, sp, 0, p);
+                    [[fallthrough]];
+                case 1:
+                    if (rows > 1) cleanupSample(w0, sp + st, 1, p);
+                    [[fallthrough]];
+                case 2:
+                    if (rows > 2) cleanupSample(w1, sp + 2 * st, 2, p);
+                    [[fallthrough]];
+                case 3:
+                    if (rows > 3) cleanupSample(w1, sp + 3 * st, 3, p);
+                    break;
+                default:
+                    break;
             }
             *w0 &= ~kPairVisited;
             if (rows > 2) *w1 &= ~kPairVisited;
