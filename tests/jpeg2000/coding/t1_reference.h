@@ -1,7 +1,8 @@
-// A small reference decoder for code-blocks, written from the coding
-// procedures of ISO/IEC 15444-1 (MQ decoder of Annex C, bit modelling of
-// Annex D) with its own neighbourhood logic, independent of the library's
-// flag words and tables. Used to check that coded blocks decode back.
+// A small reference decoder for JPEG 2000 code-blocks: the MQ decoder with
+// its plain (not inverted) code register, the raw bit reader and the
+// coefficient bit modelling, with its own neighbourhood logic computed from
+// sample states, independent of the library's flag words and tables. Used to
+// check that coded blocks decode back.
 #pragma once
 
 #include <cstdint>
