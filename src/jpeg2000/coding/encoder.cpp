@@ -42,7 +42,6 @@ struct Modeller {
     uint32_t dmask;
     int rshift, lshift;
 
-
     [[gnu::always_inline]] void emit(uint32_t d, uint32_t label) {
         dec[n] = static_cast<uint8_t>(d);
         ctx[n] = static_cast<uint8_t>(label);
