@@ -270,9 +270,11 @@ bool mqPass(ZebJ2kCoderState* c, bool terminate, Output& out) {
             m.direct = out.dst + out.stored;
             m.pos = 0;
             m.skip = c->skipFirstByte;
+            // Each round codes as many symbols as the room left can take at
+            // two bytes each, without a test per symbol.
             while (idx < count && out.room - m.pos >= 2) {
-                m.encode<true>(dec[idx], states[ctx[idx]]);
-                ++idx;
+                const int limit = idx + std::min(count - idx, (out.room - m.pos) / 2);
+                for (; idx < limit; ++idx) m.encode<true>(dec[idx], states[ctx[idx]]);
             }
             out.stored += m.pos;
             out.room -= m.pos;
