@@ -307,6 +307,107 @@ ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* i
 
 /* ------------------------------------------------------------------ JPEG 2000 code-block encoder */
 
+/* Code-block samples are 32-bit sign-magnitude words: bit 31 the sign, bits 30
+ * to 0 the magnitude. The encoder models a whole block into a symbol store on
+ * load; the store calls then run the MQ coder and the raw bit writer into the
+ * caller's buffer, in as many calls as the caller likes. */
+
+/* Code-style bit set (shared with the code-block decoders). */
+enum {
+    zebJ2kCausal = 1,               /* vertically causal contexts */
+    zebJ2kBypass = 2,               /* raw significance and refinement passes from the fifth plane on */
+    zebJ2kTermAll = 4,              /* every pass is terminated */
+    zebJ2kResetContexts = 8,        /* contexts return to their initial states after every pass */
+    zebJ2kSegmentationSymbols = 16, /* every cleanup pass ends with the symbols 1, 0, 1, 0 */
+    zebJ2kExactLastPlane = 32       /* distortion of the lowest plane for exact reconstruction */
+};
+
+/* Subband selector of the zero-coding contexts; every other value selects the
+ * LL and LH contexts. */
+enum {
+    zebJ2kSubbandHL = 2,
+    zebJ2kSubbandHH = 3
+};
+
+/* MQ flush methods; every other value selects zebJ2kFlushFull. */
+enum {
+    zebJ2kFlushShortest = 1,
+    zebJ2kFlushFixed = 2,
+    zebJ2kFlushFull = 0
+};
+
+/* The MQ coder, raw writer, symbol store and pass table of an encoder state.
+ * Nobody outside the library reads the fields. */
+typedef struct ZebJ2kCoderState {
+    uint32_t byteQueue[16];
+    int32_t queueTail, queueHead;
+    uint32_t pendingByte;
+    int32_t skipFirstByte;
+    uint32_t regA, regC, regCT;
+    int32_t contextIndex[19];
+    int32_t contextMps[19];
+    int32_t byteOutCount;
+    uint32_t rawLastWasFF, rawPartial, rawBitPosition;
+    const uint8_t* passDecisions;
+    const uint8_t* passContexts;
+    int32_t passSymbolCount, passSymbolIndex;
+    int32_t passBytesOut;
+    int32_t mqActive;
+    uint32_t flushMethod;
+    int32_t passIsRaw;
+    uint8_t* contextBuffer;
+    uint8_t* decisionBuffer;
+    int32_t passCount;
+    int32_t passSymbols[110];
+    int32_t passBytes[110];
+    int32_t passRaw[110];
+    int32_t passRate[110];
+    int32_t bytesDelivered;
+    int32_t symbolsWritten;
+    int32_t passStart;
+    int32_t storePass;
+    int32_t resetContexts, termAll;
+} ZebJ2kCoderState;
+
+/* Encoder state behind the handle of zebiEncodeInitAlloc_JPEG2K; mark 0x4C4D5344. */
+typedef struct ZebJ2kEncodeState {
+    uint32_t mark;
+    ZebJ2kCoderState* coder;
+    int32_t passDistortion[109];
+    int32_t passShift[109];
+    int32_t planeShift;
+    const int32_t* distortionTable;
+    int32_t distortionMask;
+    int32_t modelPass;
+    int32_t exactLastPlane;
+    int32_t tableRightShift, tableLeftShift;
+    int32_t lowestPlane;
+    uint32_t* flagRows;
+} ZebJ2kEncodeState;
+
+/* Allocates a state for blocks up to maxBlockSize. -6 for a side below 1; -9
+ * (handle set to null) when allocation fails. */
+ZEBAPI ZebStatus zebiEncodeInitAlloc_JPEG2K(ZebJ2kEncodeState** state, ZebSize maxBlockSize);
+/* Releases a state made by zebiEncodeInitAlloc_JPEG2K. */
+ZEBAPI ZebStatus zebiEncodeFree_JPEG2K(ZebJ2kEncodeState* state);
+/* Models one code-block: the lowest coded plane is 31 - magnitudeBits. Gives
+ * the significant bits of the block, its pass count and its number of
+ * terminated segments. flushMethod: zebJ2kFlush...; reserved is not read. */
+ZEBAPI ZebStatus zebiEncodeLoadCodeBlock_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, ZebSize blockSize,
+                                                        ZebJ2kEncodeState* state, int subband, int magnitudeBits,
+                                                        int flushMethod, int reserved, int codeStyle,
+                                                        int* significantBits, int* passCount, int* segmentCount);
+/* Stores codeword bytes of the loaded block: *length in is the capacity, out
+ * the bytes stored; *more is 1 while passes remain. */
+ZEBAPI ZebStatus zebiEncodeStoreBits_JPEG2K_1u(Zeb8u* dst, int* length, ZebJ2kEncodeState* state, int* more);
+/* Bytes a decoder needs through the pass (valid once stored past it). */
+ZEBAPI ZebStatus zebiEncodeGetRate_JPEG2K(const ZebJ2kEncodeState* state, int pass, int* rate);
+/* Cumulative reduction of squared error through the pass, in units of the
+ * squared step of the lowest coded plane. */
+ZEBAPI ZebStatus zebiEncodeGetDist_JPEG2K(const ZebJ2kEncodeState* state, int pass, double* distortion);
+/* Length in bytes of one terminated codeword segment. */
+ZEBAPI ZebStatus zebiEncodeGetTermPassLen_JPEG2K(const ZebJ2kEncodeState* state, int segment, int* length);
+
 /* (end of JPEG 2000 code-block encoder) */
 
 /* ------------------------------------------------------------------ JPEG 2000 code-block decoders */
