@@ -492,6 +492,40 @@ TEST(BaselineForms, FastEncoderFinishesOrGivesUpCleanly) {
     EXPECT_EQ(std::memcmp(&saved, &fe.st, 24), 0);
 }
 
+// The fast decoder alone finishes ordinary blocks with the careful form's
+// exact position and read-ahead, and gives up untouched near the end.
+TEST(BaselineForms, FastDecoderFinishesOrGivesUpCleanly) {
+    auto dc = stdTables(true), ac = stdTables(false);
+    auto blocks = randomBlocks(60, 9, 10.0);
+    blocks[4].c[0] = 0;
+    blocks[5].c[0] = 2047;  // 0xFF 0x00 in the stream
+    blocks[6].c[0] = 1500;
+    std::vector<uint8_t> s = encodeAll(blocks, *dc, *ac);
+    const int len = static_cast<int>(s.size());
+    Decoder fd, cd;
+    int fast = 0;
+    for (const Block& b : blocks) {
+        Block x, y;
+        int st = huff::decodeBlockFast(s.data(), len, &fd.pos, x.c, &fd.lastDC, &fd.marker, &dc->dec, &ac->dec, &fd.st);
+        ASSERT_EQ(cd.block(s.data(), len, y, *dc, *ac, true), 0);
+        ASSERT_EQ(std::memcmp(y.c, b.c, 128), 0);
+        if (st == huff::kGiveUp) {
+            ASSERT_GT(fd.pos + 24, len);  // only for want of bytes here
+            fd.pos = cd.pos;
+            fd.lastDC = cd.lastDC;
+            fd.st = cd.st;
+            continue;
+        }
+        ASSERT_EQ(st, 0);
+        ++fast;
+        ASSERT_EQ(std::memcmp(x.c, b.c, 128), 0);
+        ASSERT_EQ(fd.pos, cd.pos);
+        ASSERT_EQ(std::memcmp(&fd.st, &cd.st, 24), 0);
+        ASSERT_EQ(fd.lastDC, cd.lastDC);
+    }
+    EXPECT_GT(fast, 40);
+}
+
 struct DecRun {
     std::vector<ZebStatus> status;
     std::vector<int> pos, marker, blockEnd;
