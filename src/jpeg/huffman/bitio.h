@@ -22,6 +22,10 @@
 
 namespace zeb::jpeg::huff {
 
+// The bit machinery lives in registers only when fully inlined into its
+// caller's loop.
+#define ZEB_HUFF_INLINE [[gnu::always_inline]] inline
+
 // Internal results beside the public statuses.
 inline constexpr int kOk = 0;
 inline constexpr int kBufferEnd = zebStatusJpegBufferEnd;       // -62
@@ -89,7 +93,7 @@ struct Writer24 {
     uint32_t acc;  // pending bits at the top of a 24-bit field
     int cnt;       // 0..7
 
-    int put(uint32_t value, int n) {
+    ZEB_HUFF_INLINE int put(uint32_t value, int n) {
         if (static_cast<unsigned>(n - 1) >= 16u) return Bounded ? kMissingCode : kOk;
         int c = cnt + n;
         uint32_t a = acc | ((value & ((1u << n) - 1u)) << (24 - c));
@@ -113,10 +117,28 @@ struct Writer24 {
         return kOk;
     }
     // A table entry: length << 16 | code.
-    int putCode(uint32_t entry) { return put(entry & 0xFFFFu, static_cast<int>(entry >> 16)); }
+    ZEB_HUFF_INLINE int putCode(uint32_t entry) { return put(entry & 0xFFFFu, static_cast<int>(entry >> 16)); }
 };
 
 // ------------------------------------------------------------ fast writer
+
+// Stores the eight bytes of `full` (first byte at the top) at pos with byte
+// stuffing; the new position, or -1 when the room is short (8 bytes needed,
+// 16 when one of them is 0xFF).
+[[gnu::noinline]] inline int emitWord(uint8_t* dst, int len, int pos, uint64_t full) {
+    if (!hasFF(full)) {
+        if (len - pos < 8) return -1;
+        storeAs<uint64_t>(dst + pos, __builtin_bswap64(full));
+        return pos + 8;
+    }
+    if (len - pos < 16) return -1;
+    for (int i = 56; i >= 0; i -= 8) {
+        uint8_t b = static_cast<uint8_t>(full >> i);
+        dst[pos++] = b;
+        if (b == 0xFF) dst[pos++] = 0;
+    }
+    return pos;
+}
 
 // A 64-bit register, right-justified, moved to memory eight bytes at a time.
 // Any shortage of room makes put/finish return false: the caller gives up and
@@ -128,23 +150,8 @@ struct FastWriter {
     uint64_t buf;  // valid bits: the low nbits (bits above are ignored)
     int nbits;     // 0..64
 
-    bool emit8(uint64_t full) {
-        if (!hasFF(full)) {
-            if (len - pos < 8) return false;
-            storeAs<uint64_t>(dst + pos, __builtin_bswap64(full));
-            pos += 8;
-            return true;
-        }
-        if (len - pos < 16) return false;
-        for (int i = 56; i >= 0; i -= 8) {
-            uint8_t b = static_cast<uint8_t>(full >> i);
-            dst[pos++] = b;
-            if (b == 0xFF) dst[pos++] = 0;
-        }
-        return true;
-    }
     // n from 0 to 32 bits; bits holds no more than n bits.
-    bool put(uint32_t bits, int n) {
+    ZEB_HUFF_INLINE bool put(uint32_t bits, int n) {
         if (nbits + n <= 64) {
             buf = (buf << n) | bits;
             nbits += n;
@@ -154,7 +161,8 @@ struct FastWriter {
         uint64_t full = (buf << fit) | (static_cast<uint64_t>(bits) >> (n - fit));
         buf = bits;
         nbits = n - fit;
-        return emit8(full);
+        pos = emitWord(dst, len, pos, full);
+        return pos >= 0;
     }
     // Moves the whole bytes out; leaves the rest in the careful layout.
     bool finish(uint32_t& acc24, int& cnt) {
@@ -191,7 +199,7 @@ struct Reader {
     int cnt;
     int marker;
 
-    int fill(int need) {
+    ZEB_HUFF_INLINE int fill(int need) {
         if (marker != 0) return need > cnt ? kMarkerStop : kOk;
         while (cnt < 25) {
             if constexpr (Bounded) {
@@ -235,7 +243,7 @@ struct FastReader {
     uint64_t pf = 0;  // prefetched bytes, first one at the top
     int pfn = 0;      // how many
 
-    int fill(int /*need*/) {
+    ZEB_HUFF_INLINE int fill(int /*need*/) {
         while (cnt < 25) {
             if (pfn == 0) {
                 if (len - pos < 8) return kGiveUp;
@@ -276,7 +284,7 @@ struct FastReader {
 
 // Slow search from `length` bits on, bit by bit up to 16.
 template <class R>
-inline int decodeSlow(R& r, DecSpec spec, int length, int& sym) {
+ZEB_HUFF_INLINE int decodeSlow(R& r, DecSpec spec, int length, int& sym) {
     if (r.cnt < length) {
         int st = r.fill(length);
         if (st != kOk) return st;
@@ -305,7 +313,7 @@ inline int decodeSlow(R& r, DecSpec spec, int length, int& sym) {
 }
 
 template <class R>
-inline int decodeSymbol(R& r, DecSpec spec, int& sym) {
+ZEB_HUFF_INLINE int decodeSymbol(R& r, DecSpec spec, int& sym) {
     if (r.cnt < 8) {
         int st = r.fill(0);
         if (st == kGiveUp) return st;
@@ -322,7 +330,7 @@ inline int decodeSymbol(R& r, DecSpec spec, int& sym) {
 
 // s value bits (1 to 16), extended; refills when fewer are there.
 template <class R>
-inline int receiveExtend(R& r, int s, int32_t& v) {
+ZEB_HUFF_INLINE int receiveExtend(R& r, int s, int32_t& v) {
     if (r.cnt < s) {
         int st = r.fill(s);
         if (st != kOk) return st;
