@@ -168,7 +168,7 @@ int encodeBlockFast(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb1
                 if (!w.put(zrl & 0xFFFFu, zlen)) return kGiveUp;
         }
         int32_t v = coef(block, kZigzag[k]);
-        c = category(v);
+        c = 32 - __builtin_clz(magnitude(v));  // v is not 0
         int sym = run * 16 + c;
         if (sym > 255 || !item(ac.entry(sym), valueBits(v, c), c, bits, n) || !w.put(bits, n)) return kGiveUp;
         prev = k;

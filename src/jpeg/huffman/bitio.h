@@ -37,20 +37,25 @@ inline constexpr int kGiveUp = 1;          // fast form hands the work to the ca
 
 // ------------------------------------------------------------ value helpers
 
-// Number of significant bits of |v| (0 for 0).
+// Number of significant bits of |v| (0 for 0). Branch-free: the sign of
+// coded values is random, a branch on it mispredicts half the time.
+inline uint32_t magnitude(int32_t v) {
+    uint32_t sgn = static_cast<uint32_t>(v >> 31);
+    return (static_cast<uint32_t>(v) ^ sgn) - sgn;
+}
 inline int category(int32_t v) {
-    uint32_t a = v < 0 ? 0u - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
+    uint32_t a = magnitude(v);
     return a == 0 ? 0 : 32 - __builtin_clz(a);
 }
 // The value bits of v in c bits: v, or v - 1 when negative, low c bits.
 inline uint32_t valueBits(int32_t v, int c) {
-    uint32_t u = static_cast<uint32_t>(v) - (v < 0 ? 1u : 0u);
+    uint32_t u = static_cast<uint32_t>(v) + static_cast<uint32_t>(v >> 31);
     return u & ((1u << c) - 1u);
 }
-// Sign extension of s received bits t (s from 1 to 16).
+// Sign extension of s received bits t (s from 1 to 16), branch-free.
 inline int32_t extend(uint32_t t, int s) {
-    int32_t v = static_cast<int32_t>(t);
-    return t < (1u << (s - 1)) ? v - (1 << s) + 1 : v;
+    int32_t low = static_cast<int32_t>(t - (1u << (s - 1))) >> 31;  // all ones when the top bit is 0
+    return static_cast<int32_t>(t + (static_cast<uint32_t>(low) & (1u - (1u << s))));
 }
 
 // Object views: the objects may sit at any address, so every field goes
