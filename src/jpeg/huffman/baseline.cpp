@@ -274,6 +274,7 @@ int decodeBlockFast(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb1
     uint8_t* stb = reinterpret_cast<uint8_t*>(state);
     FastReader r{src, srcLen, pos, 0, 0, 0};
     loadDecState(stb, r.acc, r.cnt);
+    r.sync();
     uint8_t* out = reinterpret_cast<uint8_t*>(dst);
     const __m256i zero = _mm256_setzero_si256();
     for (int i = 0; i < 128; i += 32) _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), zero);

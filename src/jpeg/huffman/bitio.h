@@ -228,6 +228,9 @@ struct Reader {
         }
         return kOk;
     }
+    // The next n bits (1 to 16, at most cnt), and their removal.
+    ZEB_HUFF_INLINE uint32_t peek(int n) const { return (acc >> (cnt - n)) & ((1u << n) - 1u); }
+    ZEB_HUFF_INLINE void skip(int n) { cnt -= n; }
 };
 
 // ------------------------------------------------------------ fast reader
@@ -247,6 +250,15 @@ struct FastReader {
     int marker;  // always 0 here
     uint64_t pf = 0;  // prefetched bytes, first one at the top
     int pfn = 0;      // how many
+    uint32_t work = 0;  // the valid bits of acc left-aligned: the next bit is bit 31
+
+    // After acc/cnt were set from outside.
+    ZEB_HUFF_INLINE void sync() { work = static_cast<uint32_t>(static_cast<uint64_t>(acc) << (32 - cnt)); }
+    ZEB_HUFF_INLINE uint32_t peek(int n) const { return work >> (32 - n); }
+    ZEB_HUFF_INLINE void skip(int n) {
+        work <<= n;
+        cnt -= n;
+    }
 
     ZEB_HUFF_INLINE int fill(int /*need*/) {
         while (cnt < 25) {
@@ -280,6 +292,7 @@ struct FastReader {
             pfn -= take;
             cnt += sh;
         }
+        sync();
         return kOk;
     }
     int position() const { return pos - pfn; }
@@ -294,8 +307,8 @@ ZEB_HUFF_INLINE int decodeSlow(R& r, DecSpec spec, int length, int& sym) {
         int st = r.fill(length);
         if (st != kOk) return st;
     }
-    uint32_t code = (r.acc >> (r.cnt - length)) & ((1u << length) - 1u);
-    r.cnt -= length;
+    uint32_t code = r.peek(length);
+    r.skip(length);
     for (;;) {
         uint32_t mx = spec.maxCode(length);
         if (mx != 0xFFFFu && code <= mx) break;
@@ -303,8 +316,8 @@ ZEB_HUFF_INLINE int decodeSlow(R& r, DecSpec spec, int length, int& sym) {
             int st = r.fill(1);
             if (st != kOk) return st;
         }
-        code = (code << 1) | ((r.acc >> (r.cnt - 1)) & 1u);
-        r.cnt -= 1;
+        code = (code << 1) | r.peek(1);
+        r.skip(1);
         if (++length > 16) {
             sym = 0;
             return kNoCode;
@@ -324,9 +337,9 @@ ZEB_HUFF_INLINE int decodeSymbol(R& r, DecSpec spec, int& sym) {
         if (st == kGiveUp) return st;
         if (r.cnt < 8) return decodeSlow(r, spec, 1, sym);
     }
-    uint32_t e = spec.lookup((r.acc >> (r.cnt - 8)) & 0xFFu);
+    uint32_t e = spec.lookup(r.peek(8));
     if (e != 0) {
-        r.cnt -= static_cast<int>(e >> 16);
+        r.skip(static_cast<int>(e >> 16));
         sym = static_cast<int>(e & 0xFFFFu);
         return kOk;
     }
@@ -340,8 +353,8 @@ ZEB_HUFF_INLINE int receiveExtend(R& r, int s, int32_t& v) {
         int st = r.fill(s);
         if (st != kOk) return st;
     }
-    uint32_t t = (r.acc >> (r.cnt - s)) & ((1u << s) - 1u);
-    r.cnt -= s;
+    uint32_t t = r.peek(s);
+    r.skip(s);
     v = extend(t, s);
     return kOk;
 }
