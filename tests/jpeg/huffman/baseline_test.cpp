@@ -469,7 +469,11 @@ TEST(BaselineForms, EncoderFormsAgreeAtEveryLength) {
 TEST(BaselineForms, FastEncoderFinishesOrGivesUpCleanly) {
     auto dc = stdTables(true), ac = stdTables(false);
     auto blocks = randomBlocks(50, 8, 10.0);
+    blocks[3].c[0] = 2047;  // 0xFF bytes: stuffing inside the fast form
+    blocks[4].c[0] = 1000;
     std::vector<uint8_t> a(50 * 200), b(50 * 200);
+    zebtest::fillRandom(a.data(), a.size(), 0, 255);
+    b = a;  // bytes behind the position must stay as they were
     Encoder fe, ce;
     int done = 0;
     for (const Block& x : blocks) {
@@ -479,8 +483,8 @@ TEST(BaselineForms, FastEncoderFinishesOrGivesUpCleanly) {
         ASSERT_EQ(ce.block(x, b.data(), static_cast<int>(b.size()), *dc, *ac, true), 0);
         ASSERT_EQ(fe.pos, ce.pos);
         ASSERT_EQ(std::memcmp(&fe.st, &ce.st, 24), 0);
+        ASSERT_EQ(a, b);
     }
-    EXPECT_EQ(std::memcmp(a.data(), b.data(), fe.pos), 0);
     Block big{};
     big.c[0] = 4000;  // category 12: no code
     int16_t last = fe.lastDC;
@@ -490,6 +494,29 @@ TEST(BaselineForms, FastEncoderFinishesOrGivesUpCleanly) {
     EXPECT_EQ(fe.lastDC, last);
     EXPECT_EQ(fe.pos, pos);
     EXPECT_EQ(std::memcmp(&saved, &fe.st, 24), 0);
+    // A missing AC code after some output: the fast form gives up, and the
+    // careful form after it leaves the same bytes as the careful form alone.
+    Tables t;
+    const uint8_t bits[16] = {0, 2, 3};
+    const uint8_t vals[5] = {0x00, 0x01, 0x02, 0x11, 0xF0};
+    ASSERT_TRUE(t.build(bits, vals));
+    Block m{};
+    m.c[kZigzag[1]] = 1;
+    m.c[kZigzag[2]] = -2;
+    m.c[kZigzag[3]] = 5;  // category 3: no code
+    std::vector<uint8_t> x(2000), y(2000);
+    zebtest::fillRandom(x.data(), x.size(), 0, 255);
+    y = x;
+    Encoder f2, c2;
+    f2.st.accumulator = uint64_t{0b1011} << 20;
+    f2.st.bitCount = 4;
+    c2.st = f2.st;
+    EXPECT_EQ(huff::encodeBlockFast(m.c, x.data(), 2000, &f2.pos, &f2.lastDC, &dc->enc, &t.enc, &f2.st), huff::kGiveUp);
+    EXPECT_EQ(f2.block(m, x.data(), 2000, *dc, t, true), zebStatusJpegHuffmanTable);
+    EXPECT_EQ(c2.block(m, y.data(), 2000, *dc, t, true), zebStatusJpegHuffmanTable);
+    EXPECT_EQ(x, y);
+    EXPECT_EQ(f2.pos, c2.pos);
+    EXPECT_GT(c2.pos, 0);
 }
 
 // The fast decoder alone finishes ordinary blocks with the careful form's
