@@ -160,16 +160,16 @@ int encodeBlockFast(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb1
         int k = __builtin_ctzll(nz);
         nz &= nz - 1;
         int run = k - prev - 1;
-        if (run > 15) {
+        if (__builtin_expect(run > 15, 0)) {
             uint32_t zrl = ac.entry(0xF0);
             int zlen = static_cast<int>(zrl >> 16);
             if (static_cast<unsigned>(zlen - 1) >= 16u) return kGiveUp;
             for (; run > 15; run -= 16)
                 if (!w.put(zrl & 0xFFFFu, zlen)) return kGiveUp;
         }
-        int32_t v = coef(block, kZigzag[k]);
-        c = 32 - __builtin_clz(magnitude(v));  // v is not 0
-        int sym = run * 16 + c;
+        int32_t v = loadAs<int16_t>(block + 2 * size_t{kZigzag[k]});
+        c = _bit_scan_reverse(static_cast<int>(magnitude(v))) + 1;  // v is not 0
+        unsigned sym = static_cast<unsigned>(run * 16 + c);
         if (sym > 255 || !item(ac.entry(sym), valueBits(v, c), c, bits, n) || !w.put(bits, n)) return kGiveUp;
         prev = k;
     }

@@ -62,7 +62,7 @@ inline int32_t extend(uint32_t t, int s) {
 // through an element load or store.
 struct EncSpec {
     const uint8_t* p;
-    uint32_t entry(int symbol) const { return loadAs<uint32_t>(p + 4 * symbol); }
+    uint32_t entry(unsigned symbol) const { return loadAs<uint32_t>(p + 4 * size_t{symbol}); }
 };
 struct DecSpec {
     const uint8_t* p;
@@ -130,7 +130,7 @@ struct Writer24 {
 // Stores the eight bytes of `full` (first byte at the top) at pos with byte
 // stuffing; the new position, or -1 when the room is short (8 bytes needed,
 // 16 when one of them is 0xFF).
-[[gnu::noinline]] inline int emitWord(uint8_t* dst, int len, int pos, uint64_t full) {
+ZEB_HUFF_INLINE int emitWord(uint8_t* dst, int len, int pos, uint64_t full) {
     if (!hasFF(full)) {
         if (len - pos < 8) return -1;
         storeAs<uint64_t>(dst + pos, __builtin_bswap64(full));
@@ -157,7 +157,7 @@ struct FastWriter {
 
     // n from 0 to 32 bits; bits holds no more than n bits.
     ZEB_HUFF_INLINE bool put(uint32_t bits, int n) {
-        if (nbits + n <= 64) {
+        if (__builtin_expect(nbits + n <= 64, 1)) {
             buf = (buf << n) | bits;
             nbits += n;
             return true;
