@@ -135,7 +135,7 @@ inline bool item(uint32_t entry, uint32_t value, int c, uint32_t& bits, int& n) 
 
 }  // namespace
 
-int encodeBlockFast(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
+ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
                     const EncodeHuffmanSpec* dcSpec, const EncodeHuffmanSpec* acSpec, EncodeHuffmanState* state) {
     int pos = loadAs<int>(dstPos);
     if (pos < 0 || dstLen - pos < 24) return kGiveUp;
@@ -267,7 +267,7 @@ ZEB_HUFF_INLINE int decodeSteps(R& r, DecSpec dcs, DecSpec acs, uint8_t* out, in
 
 }  // namespace
 
-int decodeBlockFast(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb16s* lastDC, int* marker,
+ZEB_HUFF_INLINE int decodeBlockFastImpl(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb16s* lastDC, int* marker,
                     const DecodeHuffmanSpec* dcSpec, const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state) {
     int pos = loadAs<int>(srcPos);
     if (pos < 0 || srcLen - pos < 24 || loadAs<int>(marker) != 0) return kGiveUp;
@@ -310,6 +310,16 @@ int decodeBlockCareful(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Z
     return st;
 }
 
+int encodeBlockFast(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
+                    const EncodeHuffmanSpec* dcSpec, const EncodeHuffmanSpec* acSpec, EncodeHuffmanState* state) {
+    return encodeBlockFastImpl(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
+}
+
+int decodeBlockFast(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb16s* lastDC, int* marker,
+                    const DecodeHuffmanSpec* dcSpec, const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state) {
+    return decodeBlockFastImpl(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
+}
+
 }  // namespace zeb::jpeg::huff
 
 // ------------------------------------------------------------ exports
@@ -336,7 +346,7 @@ ZebStatus zebimpl::zebiEncodeHuffman8x8_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* 
         return st;
     }
     if (src == nullptr || lastDC == nullptr || dcSpec == nullptr || acSpec == nullptr) return zebStatusNullPointer;
-    int st = encodeBlockFast(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
+    int st = encodeBlockFastImpl(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
     if (st != kGiveUp) return st;
     return encodeBlockCareful(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
 }
@@ -349,7 +359,7 @@ ZebStatus zebimpl::zebiDecodeHuffman8x8_JPEG_1u16s_C1(const Zeb8u* src, int srcL
     if (srcPos == nullptr || dst == nullptr || lastDC == nullptr || marker == nullptr || dcSpec == nullptr ||
         acSpec == nullptr || state == nullptr)
         return zebStatusNullPointer;
-    int st = decodeBlockFast(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
+    int st = decodeBlockFastImpl(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
     if (st != kGiveUp) return st;
     return decodeBlockCareful(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
 }
