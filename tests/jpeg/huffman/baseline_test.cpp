@@ -216,6 +216,19 @@ TEST(BaselineEncode, WorkedBitPatterns) {
         EXPECT_EQ(buf[0], d < 0 ? 0x4A : 0x5A);  // 010 b 1010
         EXPECT_EQ(e.lastDC, 40 + d);
     }
+    // A flush without room: -62, nothing stored, the state reset all the same.
+    {
+        Encoder e;
+        e.st.accumulator = uint64_t{0b101} << 21;
+        e.st.bitCount = 3;
+        e.pos = 4;
+        std::memset(buf, 0xA5, 64);
+        EXPECT_EQ(e.flush(buf, 4), zebStatusJpegBufferEnd);
+        EXPECT_EQ(e.pos, 4);
+        EXPECT_EQ(e.st.bitCount, 0);
+        EXPECT_EQ(e.st.accumulator, 0u);
+        EXPECT_EQ(buf[4], 0xA5);
+    }
     // Three pending bits flush into one byte whose low five bits are ones.
     {
         Encoder e;
