@@ -1,0 +1,426 @@
+// Baseline (sequential) 8x8 block coding: the encoder and decoder with a
+// state object and a buffer limit, each in a fast form and a careful form with
+// identical results, and the stateless pair that counts positions in bits.
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "frame/arith.h"
+#include "frame/impl.h"
+#include "frame/memory.h"
+#include "jpeg/huffman/bitio.h"
+#include "jpeg/huffman/huffman.h"
+#include "jpeg/zigzag.h"
+
+namespace zeb::jpeg::huff {
+
+namespace {
+
+// Zigzag order extended by eight guard positions that all mean 63: a run
+// may overshoot the block by that much before the decoder refuses it.
+struct ZigzagExt {
+    uint8_t z[72];
+    constexpr ZigzagExt() : z{} {
+        for (int k = 0; k < 64; ++k) z[k] = kZigzag[k];
+        for (int k = 64; k < 72; ++k) z[k] = 63;
+    }
+};
+constexpr ZigzagExt kZext;
+
+inline int16_t coef(const uint8_t* block, int natural) { return loadAs<int16_t>(block + 2 * natural); }
+
+// ------------------------------------------------------------ state access
+
+// The encoder's pending bits: bitCount 0..7 at the top of the 24-bit field.
+// A state outside that (never produced by these coders) is clamped.
+inline void loadEncState(const uint8_t* st, uint32_t& acc, int& cnt) {
+    int c = loadAs<int32_t>(st + offsetof(EncodeHuffmanState, bitCount));
+    cnt = c < 0 ? 0 : (c > 7 ? 7 : c);
+    uint32_t keep = 0xFFFFFFu & ~((1u << (24 - cnt)) - 1u);
+    acc = static_cast<uint32_t>(loadAs<uint64_t>(st)) & keep;
+}
+inline void storeEncState(uint8_t* st, uint32_t acc, int cnt) {
+    storeAs<uint64_t>(st, acc);
+    storeAs<int32_t>(st + offsetof(EncodeHuffmanState, bitCount), cnt);
+}
+
+// The decoder's read-ahead: at most 32 valid bits.
+inline void loadDecState(const uint8_t* st, uint32_t& acc, int& cnt) {
+    acc = static_cast<uint32_t>(loadAs<uint64_t>(st));
+    int c = loadAs<int32_t>(st + offsetof(DecodeHuffmanState, bitCount));
+    cnt = c < 0 ? 0 : (c > 32 ? 32 : c);
+}
+inline void storeDecState(uint8_t* st, uint32_t acc, int cnt, int blockEnd) {
+    storeAs<uint64_t>(st, acc);
+    storeAs<int32_t>(st + offsetof(DecodeHuffmanState, bitCount), cnt);
+    storeAs<int32_t>(st + offsetof(DecodeHuffmanState, blockEnd), blockEnd);
+}
+
+// ------------------------------------------------------------ encoding
+
+// The coding steps after the DC prediction, through any careful writer.
+// Symbols past 255 (run 15 with a 16-bit magnitude) have no code.
+template <class W>
+int encodeSteps(W& w, const uint8_t* block, int32_t diff, EncSpec dc, EncSpec ac) {
+    int c = category(diff);
+    int st = w.putCode(dc.entry(c));
+    if (st != kOk) return st;
+    if (c != 0 && (st = w.put(valueBits(diff, c), c)) != kOk) return st;
+    int run = 0;
+    for (int k = 1; k < 64; ++k) {
+        int32_t v = coef(block, kZigzag[k]);
+        if (v == 0) {
+            ++run;
+            continue;
+        }
+        for (; run > 15; run -= 16)
+            if ((st = w.putCode(ac.entry(0xF0))) != kOk) return st;
+        c = category(v);
+        int sym = run * 16 + c;
+        if ((st = w.putCode(sym > 255 ? 0u : ac.entry(sym))) != kOk) return st;
+        if ((st = w.put(valueBits(v, c), c)) != kOk) return st;
+        run = 0;
+    }
+    if (run > 0) return w.putCode(ac.entry(0x00));
+    return kOk;
+}
+
+// Byte shuffles that put 64 flags from natural order into zigzag order:
+// output half h (positions 32h..32h+31) is the OR of four in-lane shuffles of
+// the two natural halves, each as it is and with its lanes swapped.
+struct ZigzagShuffles {
+    alignas(32) uint8_t m[2][4][32];  // [output half][A, A swapped, B, B swapped][byte]
+    constexpr ZigzagShuffles() : m{} {
+        for (int h = 0; h < 2; ++h) {
+            for (int j = 0; j < 32; ++j) {
+                const int k = 32 * h + j, n = kZigzag[k];
+                const int lane = j / 16, srcHalf = n / 32, srcLane = (n % 32) / 16;
+                for (int src = 0; src < 4; ++src) m[h][src][j] = 0x80;
+                m[h][2 * srcHalf + (srcLane == lane ? 0 : 1)][j] = static_cast<uint8_t>(n % 16);
+            }
+        }
+    }
+};
+constexpr ZigzagShuffles kZzShuf;
+
+// 64-bit mask of the non-zero coefficients of a block, bit k for zigzag
+// position k.
+inline uint64_t nonZeroMask(const uint8_t* block) {
+    const __m256i zero = _mm256_setzero_si256();
+    auto ld = [&](int i) { return _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(block + 32 * i)), zero); };
+    // Zero flags, one byte per coefficient, natural order.
+    const __m256i a = _mm256_permute4x64_epi64(_mm256_packs_epi16(ld(0), ld(1)), 0xD8);
+    const __m256i b = _mm256_permute4x64_epi64(_mm256_packs_epi16(ld(2), ld(3)), 0xD8);
+    const __m256i as = _mm256_permute2x128_si256(a, a, 0x01), bs = _mm256_permute2x128_si256(b, b, 0x01);
+    uint32_t half[2];
+    for (int h = 0; h < 2; ++h) {
+        auto sh = [&](__m256i v, int src) {
+            return _mm256_shuffle_epi8(v, _mm256_load_si256(reinterpret_cast<const __m256i*>(kZzShuf.m[h][src])));
+        };
+        __m256i z = _mm256_or_si256(_mm256_or_si256(sh(a, 0), sh(as, 1)), _mm256_or_si256(sh(b, 2), sh(bs, 3)));
+        half[h] = static_cast<uint32_t>(_mm256_movemask_epi8(z));
+    }
+    return ~(static_cast<uint64_t>(half[1]) << 32 | half[0]);
+}
+
+// Code and value bits of one symbol as one item of at most 32 bits; false
+// when the symbol has no usable code.
+inline bool item(uint32_t entry, uint32_t value, int c, uint32_t& bits, int& n) {
+    int len = static_cast<int>(entry >> 16);
+    if (static_cast<unsigned>(len - 1) >= 16u) return false;
+    bits = ((entry & 0xFFFFu) << c) | value;
+    n = len + c;
+    return true;
+}
+
+}  // namespace
+
+ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
+                    const EncodeHuffmanSpec* dcSpec, const EncodeHuffmanSpec* acSpec, EncodeHuffmanState* state) {
+    int pos = loadAs<int>(dstPos);
+    if (pos < 0 || dstLen - pos < 24) return kGiveUp;
+    const uint8_t* block = reinterpret_cast<const uint8_t*>(src);
+    uint8_t* stb = reinterpret_cast<uint8_t*>(state);
+    EncSpec dc{reinterpret_cast<const uint8_t*>(dcSpec)}, ac{reinterpret_cast<const uint8_t*>(acSpec)};
+    uint32_t acc;
+    int cnt;
+    loadEncState(stb, acc, cnt);
+    FastWriter w{dst, dstLen, pos, acc >> (24 - cnt), cnt};
+
+    const int16_t s0 = coef(block, 0);
+    const int32_t diff = int32_t{s0} - loadAs<int16_t>(lastDC);
+    uint32_t bits;
+    int n;
+    int c = category(diff);
+    if (!item(dc.entry(c), valueBits(diff, c), c, bits, n) || !w.put(bits, n)) return kGiveUp;
+
+    uint64_t nz = nonZeroMask(block) & ~uint64_t{1};
+    int prev = 0;
+    while (nz != 0) {
+        int k = __builtin_ctzll(nz);
+        nz &= nz - 1;
+        int run = k - prev - 1;
+        if (__builtin_expect(run > 15, 0)) {
+            uint32_t zrl = ac.entry(0xF0);
+            int zlen = static_cast<int>(zrl >> 16);
+            if (static_cast<unsigned>(zlen - 1) >= 16u) return kGiveUp;
+            for (; run > 15; run -= 16)
+                if (!w.put(zrl & 0xFFFFu, zlen)) return kGiveUp;
+        }
+        int32_t v = loadAs<int16_t>(block + 2 * size_t{kZigzag[k]});
+        c = _bit_scan_reverse(static_cast<int>(magnitude(v))) + 1;  // v is not 0
+        unsigned sym = static_cast<unsigned>(run * 16 + c);
+        if (sym > 255 || !item(ac.entry(sym), valueBits(v, c), c, bits, n) || !w.put(bits, n)) return kGiveUp;
+        prev = k;
+    }
+    if (prev < 63) {
+        uint32_t eob = ac.entry(0x00);
+        if (!item(eob, 0, 0, bits, n) || !w.put(bits, n)) return kGiveUp;
+    }
+    if (!w.finish(acc, cnt)) return kGiveUp;
+    storeAs<int>(dstPos, w.pos);
+    storeEncState(stb, acc, cnt);
+    storeAs<int16_t>(lastDC, s0);
+    return kOk;
+}
+
+int encodeBlockCareful(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
+                       const EncodeHuffmanSpec* dcSpec, const EncodeHuffmanSpec* acSpec, EncodeHuffmanState* state) {
+    const uint8_t* block = reinterpret_cast<const uint8_t*>(src);
+    uint8_t* stb = reinterpret_cast<uint8_t*>(state);
+    Writer24<true> w{dst, dstLen, loadAs<int>(dstPos), 0, 0};
+    loadEncState(stb, w.acc, w.cnt);
+    const int16_t s0 = coef(block, 0);
+    const int32_t diff = int32_t{s0} - loadAs<int16_t>(lastDC);
+    storeAs<int16_t>(lastDC, s0);
+    int st = encodeSteps(w, block, diff, EncSpec{reinterpret_cast<const uint8_t*>(dcSpec)},
+                         EncSpec{reinterpret_cast<const uint8_t*>(acSpec)});
+    storeAs<int>(dstPos, w.pos);
+    storeEncState(stb, w.acc, w.cnt);
+    return st;
+}
+
+// ------------------------------------------------------------ decoding
+
+namespace {
+
+// Where a block decode stopped on failure.
+enum Phase { kDcSymbol, kDcValue, kAcSymbol, kAcValue };
+
+// Decoding steps of one block into a cleared block. Stateless: a coefficient
+// at k of 64 or more ends the block instead of the guard test.
+template <bool Stateless, class R>
+ZEB_HUFF_INLINE int decodeSteps(R& r, DecSpec dcs, DecSpec acs, uint8_t* out, int16_t& dc, int& blockEnd, Phase& phase) {
+    int sym;
+    int st = decodeSymbol(r, dcs, sym);
+    if (st != kOk) {
+        blockEnd = 0;
+        phase = kDcSymbol;
+        return st;
+    }
+    int s = sym & 15;
+    int32_t v;
+    if (s != 0) {
+        if ((st = receiveExtend(r, s, v)) != kOk) {
+            blockEnd = 0;
+            phase = kDcValue;
+            return st;
+        }
+        dc = wrap16(int32_t{dc} + v);
+    }
+    storeAs<int16_t>(out, dc);
+    int k = 1;
+    for (;;) {
+        if ((st = decodeSymbol(r, acs, sym)) != kOk) {
+            blockEnd = k;
+            phase = kAcSymbol;
+            return st;
+        }
+        int run = (sym >> 4) & 15;
+        s = sym & 15;
+        if (s == 0) {
+            if (run < 15) break;
+            k += 16;
+        } else {
+            k += run;
+            if ((st = receiveExtend(r, s, v)) != kOk) {
+                blockEnd = k;
+                phase = kAcValue;
+                return st;
+            }
+            if constexpr (Stateless) {
+                if (k >= 64) break;
+            } else {
+                if (k >= 72) {
+                    blockEnd = k;
+                    return kRunPastBlock;
+                }
+            }
+            storeAs<int16_t>(out + 2 * kZext.z[k], static_cast<int16_t>(v));
+            ++k;
+        }
+        if (k >= 64) break;
+    }
+    blockEnd = k;
+    return kOk;
+}
+
+}  // namespace
+
+ZEB_HUFF_INLINE int decodeBlockFastImpl(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb16s* lastDC, int* marker,
+                    const DecodeHuffmanSpec* dcSpec, const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state) {
+    int pos = loadAs<int>(srcPos);
+    if (pos < 0 || srcLen - pos < 24 || loadAs<int>(marker) != 0) return kGiveUp;
+    uint8_t* stb = reinterpret_cast<uint8_t*>(state);
+    FastReader r{src, srcLen, pos, 0, 0, 0};
+    loadDecState(stb, r.acc, r.cnt);
+    r.sync();
+    uint8_t* out = reinterpret_cast<uint8_t*>(dst);
+    const __m256i zero = _mm256_setzero_si256();
+    for (int i = 0; i < 128; i += 32) _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), zero);
+    int16_t dc = loadAs<int16_t>(lastDC);
+    int blockEnd;
+    Phase phase;
+    if (decodeSteps<false>(r, DecSpec{reinterpret_cast<const uint8_t*>(dcSpec)},
+                           DecSpec{reinterpret_cast<const uint8_t*>(acSpec)}, out, dc, blockEnd, phase) != kOk)
+        return kGiveUp;
+    storeAs<int>(srcPos, r.position());
+    storeDecState(stb, r.acc, r.cnt, blockEnd);
+    storeAs<int16_t>(lastDC, dc);
+    return kOk;
+}
+
+int decodeBlockCareful(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb16s* lastDC, int* marker,
+                       const DecodeHuffmanSpec* dcSpec, const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state) {
+    uint8_t* stb = reinterpret_cast<uint8_t*>(state);
+    Reader<true> r{src, srcLen, loadAs<int>(srcPos), 0, 0, loadAs<int>(marker)};
+    loadDecState(stb, r.acc, r.cnt);
+    uint8_t* out = reinterpret_cast<uint8_t*>(dst);
+    ownsZeroStream_8u(out, 128);
+    int16_t dc = loadAs<int16_t>(lastDC);
+    int blockEnd;
+    Phase phase;
+    int st = decodeSteps<false>(r, DecSpec{reinterpret_cast<const uint8_t*>(dcSpec)},
+                                DecSpec{reinterpret_cast<const uint8_t*>(acSpec)}, out, dc, blockEnd, phase);
+    if (st == kMarkerStop) st = zebStatusJpegCoefficientRange;
+    storeAs<int>(srcPos, r.pos);
+    storeAs<int>(marker, r.marker);
+    storeDecState(stb, r.acc, r.cnt, blockEnd);
+    storeAs<int16_t>(lastDC, dc);
+    return st;
+}
+
+int encodeBlockFast(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
+                    const EncodeHuffmanSpec* dcSpec, const EncodeHuffmanSpec* acSpec, EncodeHuffmanState* state) {
+    return encodeBlockFastImpl(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
+}
+
+int decodeBlockFast(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst, Zeb16s* lastDC, int* marker,
+                    const DecodeHuffmanSpec* dcSpec, const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state) {
+    return decodeBlockFastImpl(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
+}
+
+}  // namespace zeb::jpeg::huff
+
+// ------------------------------------------------------------ exports
+
+using namespace zeb::jpeg::huff;
+using zeb::loadAs;
+using zeb::storeAs;
+
+ZebStatus zebimpl::zebiEncodeHuffman8x8_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                      Zeb16s* lastDC, const EncodeHuffmanSpec* dcSpec,
+                                                      const EncodeHuffmanSpec* acSpec, EncodeHuffmanState* state,
+                                                      int flush) {
+    if (dst == nullptr) return zebStatusNullPointer;
+    if (dstLen < 1) return zebStatusBadSize;
+    if (dstPos == nullptr || state == nullptr) return zebStatusNullPointer;
+    if (flush != 0) {
+        // Seven one bits complete a partial byte; the rest vanish with the reset.
+        uint8_t* stb = reinterpret_cast<uint8_t*>(state);
+        Writer24<true> w{dst, dstLen, loadAs<int>(dstPos), 0, 0};
+        loadEncState(stb, w.acc, w.cnt);
+        int st = w.put(127, 7);
+        storeAs<int>(dstPos, w.pos);
+        ownsZero_8u(stb, kEncodeStateSize);
+        return st;
+    }
+    if (src == nullptr || lastDC == nullptr || dcSpec == nullptr || acSpec == nullptr) return zebStatusNullPointer;
+    int st = encodeBlockFastImpl(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
+    if (st != kGiveUp) return st;
+    return encodeBlockCareful(src, dst, dstLen, dstPos, lastDC, dcSpec, acSpec, state);
+}
+
+ZebStatus zebimpl::zebiDecodeHuffman8x8_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                      Zeb16s* lastDC, int* marker, const DecodeHuffmanSpec* dcSpec,
+                                                      const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state) {
+    if (src == nullptr) return zebStatusNullPointer;
+    if (srcLen < 0) return zebStatusBadArgument;
+    if (srcPos == nullptr || dst == nullptr || lastDC == nullptr || marker == nullptr || dcSpec == nullptr ||
+        acSpec == nullptr || state == nullptr)
+        return zebStatusNullPointer;
+    int st = decodeBlockFastImpl(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
+    if (st != kGiveUp) return st;
+    return decodeBlockCareful(src, srcLen, srcPos, dst, lastDC, marker, dcSpec, acSpec, state);
+}
+
+ZebStatus zebimpl::zebiEncodeHuffman8x8_Direct_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int* dstBitsLen,
+                                                             Zeb16s* lastDC, const EncodeHuffmanSpec* dcSpec,
+                                                             const EncodeHuffmanSpec* acSpec) {
+    if (src == nullptr || dst == nullptr || dstBitsLen == nullptr || lastDC == nullptr || dcSpec == nullptr ||
+        acSpec == nullptr)
+        return zebStatusNullPointer;
+    const int bitsLen = loadAs<int>(dstBitsLen);
+    const int cnt = bitsLen & 7;
+    Writer24<false> w{dst, 0, bitsLen >> 3, 0, cnt};
+    if (cnt != 0) w.acc = (static_cast<uint32_t>(dst[w.pos]) << 16) & (0xFFFFFFu << (24 - cnt)) & 0xFFFFFFu;
+    const uint8_t* block = reinterpret_cast<const uint8_t*>(src);
+    const int16_t s0 = loadAs<int16_t>(block);
+    const int32_t diff = int32_t{s0} - loadAs<int16_t>(lastDC);
+    storeAs<int16_t>(lastDC, s0);
+    encodeSteps(w, block, diff, EncSpec{reinterpret_cast<const uint8_t*>(dcSpec)},
+                EncSpec{reinterpret_cast<const uint8_t*>(acSpec)});
+    if (w.cnt != 0) dst[w.pos] = static_cast<uint8_t>(w.acc >> 16);
+    storeAs<int>(dstBitsLen, w.pos * 8 + w.cnt);
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(const Zeb8u* src, int* srcBitsLen, Zeb16s* dst,
+                                                             Zeb16s* lastDC, int* marker, Zeb32u* prefetchedBits,
+                                                             int* prefetchedBitCount, const DecodeHuffmanSpec* dcSpec,
+                                                             const DecodeHuffmanSpec* acSpec) {
+    if (src == nullptr || srcBitsLen == nullptr) return zebStatusNullPointer;
+    const int bitsLen = loadAs<int>(srcBitsLen);
+    if (bitsLen < 0) return zebStatusBadArgument;
+    if (dst == nullptr || lastDC == nullptr || marker == nullptr || prefetchedBits == nullptr ||
+        prefetchedBitCount == nullptr)
+        return zebStatusNullPointer;
+    const int pcount = loadAs<int>(prefetchedBitCount);
+    if (pcount < 0) return zebStatusBadArgument;
+    if (dcSpec == nullptr || acSpec == nullptr) return zebStatusNullPointer;
+
+    Reader<false> r{src, 0, bitsLen >> 3, loadAs<uint32_t>(prefetchedBits), pcount > 32 ? 32 : pcount,
+                    loadAs<int>(marker)};
+    uint8_t* out = reinterpret_cast<uint8_t*>(dst);
+    ownsZeroStream_8u(out, 128);
+    int16_t dc = loadAs<int16_t>(lastDC);
+    int blockEnd;
+    Phase phase = kDcSymbol;
+    int st = decodeSteps<true>(r, DecSpec{reinterpret_cast<const uint8_t*>(dcSpec)},
+                               DecSpec{reinterpret_cast<const uint8_t*>(acSpec)}, out, dc, blockEnd, phase);
+    storeAs<int>(marker, r.marker);
+    if (st == kMarkerStop) {
+        if (phase == kDcSymbol) return zebStatusOk;  // block cleared, nothing else moves
+        if (phase == kAcSymbol) {
+            r.cnt = 0;
+            st = zebStatusOk;
+        } else {
+            st = zebStatusJpegBufferEnd;  // no bits left for a value
+        }
+    }
+    storeAs<int>(srcBitsLen, r.pos * 8);
+    storeAs<uint32_t>(prefetchedBits, r.acc);
+    storeAs<int>(prefetchedBitCount, r.cnt);
+    storeAs<int16_t>(lastDC, dc);
+    return st;
+}
