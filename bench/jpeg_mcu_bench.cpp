@@ -24,7 +24,7 @@ namespace {
 constexpr int kW = 1920, kH = 1088;
 
 struct Image {
-    std::vector<uint8_t> rgb, out, y, cb, cr;
+    std::vector<uint8_t> rgb, out, y, cb, cr, y2, cb2, cr2;
     Image() {
         rgb.resize(static_cast<size_t>(kW) * kH * 3);
         out.resize(rgb.size());
@@ -40,7 +40,16 @@ struct Image {
                 p[1] = static_cast<uint8_t>((yy * 255 / kH + (g() & 15)) & 255);
                 p[2] = static_cast<uint8_t>(((x + yy) * 127 / (kW + kH) + 64 + (g() & 7)) & 255);
             }
-        for (size_t i = 0; i < y.size(); ++i) y[i] = cb[i] = cr[i] = rgb[3 * i + 1];
+        // Planes for the anchors' raw-data paths: full-resolution and 4:2:0
+        // chroma (rows kW apart in both), so that they code the same picture.
+        y2.resize(y.size());
+        cb2.resize(y.size());
+        cr2.resize(y.size());
+        Zeb8u* const full[3] = {y.data(), cb.data(), cr.data()};
+        zebiRGBToYCbCr_JPEG_8u_C3P3R(rgb.data(), 3 * kW, full, kW, ZebSize{kW, kH});
+        Zeb8u* const half[3] = {y2.data(), cb2.data(), cr2.data()};
+        const int steps[3] = {kW, kW, kW};
+        zebiRGBToYCbCr411_JPEG_8u_C3P3R(rgb.data(), 3 * kW, half, steps, ZebSize{kW, kH});
     }
 };
 
@@ -205,7 +214,7 @@ void BM_Turbo_Encode(benchmark::State& st) {
                 for (int p = 0; p < 3; ++p) {
                     const int n = p == 0 ? vmax : 8;
                     for (int k = 0; k < n; ++k) {
-                        const uint8_t* plane = p == 0 ? im.y.data() : p == 1 ? im.cb.data() : im.cr.data();
+                        const uint8_t* plane = p == 0 ? im.y.data() : p == 1 ? (sub ? im.cb2 : im.cb).data() : (sub ? im.cr2 : im.cr).data();
                         const int yy = (p == 0 || !sub ? static_cast<int>(c.next_scanline) : static_cast<int>(c.next_scanline) / 2) + k;
                         rows[p][k] = const_cast<uint8_t*>(plane) + static_cast<size_t>(yy) * kW;
                     }
@@ -247,7 +256,7 @@ void BM_Turbo_Decode(benchmark::State& st) {
                 JSAMPROW rows[3][16];
                 for (int p = 0; p < 3; ++p) {
                     const int n = p == 0 ? vmax : 8;
-                    uint8_t* plane = p == 0 ? im.y.data() : p == 1 ? im.cb.data() : im.cr.data();
+                    uint8_t* plane = p == 0 ? im.y2.data() : p == 1 ? im.cb2.data() : im.cr2.data();
                     for (int k = 0; k < n; ++k) {
                         const int yy = (p == 0 || !sub ? static_cast<int>(d.output_scanline) : static_cast<int>(d.output_scanline) / 2) + k;
                         rows[p][k] = plane + static_cast<size_t>(yy) * kW;
