@@ -43,8 +43,8 @@ enum class FwdForm { Block, Plain, Shift };
 enum class InvForm { Bits14, Split, Plain, Shift };
 
 // Encoders: `src` is the MCU's first pixel (bytes), rows `srcStep` apart;
-// dst[0..2] (and dst[3] for CMYK) are runs of consecutive blocks. The vector
-// kernel takes Block and Shift; the scalar twin takes every form.
+// dst[0..2] (and dst[3] for CMYK) are runs of consecutive blocks. Both take
+// every form (Shift with the YCC layout only).
 void fwdVec(const uint8_t* src, int srcStep, int16_t* const dst[4], Sampling s, Px px, FwdForm f);
 void fwdScalar(const uint8_t* src, int srcStep, int16_t* const dst[4], Sampling s, Px px, FwdForm f);
 
@@ -53,8 +53,7 @@ void split422Vec(const uint8_t* src, int srcStep, int16_t* const dst[3]);
 void split422Scalar(const uint8_t* src, int srcStep, int16_t* const dst[3]);
 
 // Decoders: blocks to pixels at `dst`, rows `dstStep` apart, written from the
-// top row down. The vector kernel takes Bits14, Split and Shift; the scalar
-// twin takes every form.
+// top row down. Both take every form (Shift with the YCC layout only).
 void invVec(const int16_t* const src[4], uint8_t* dst, int dstStep, Sampling s, Px px, InvForm f);
 void invScalar(const int16_t* const src[4], uint8_t* dst, int dstStep, Sampling s, Px px, InvForm f);
 

@@ -82,9 +82,23 @@ inline __m256i pairSums(__m256i x) { return _mm256_madd_epi16(x, k16(1)); }
 // Two sets of 8 pair sums to 16 lanes in order: a's 8, then b's 8.
 inline __m256i joinSums(__m256i a, __m256i b) { return _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8); }
 
+// (a ca + b cb + c cc + d cd) >> shift from two pair multiply-adds, exact in
+// 32 bits, packed back to 16-bit lanes in order.
+inline __m256i lin4(__m256i a, __m256i b, __m256i c, __m256i d, int ca, int cb, int cc, int cd, int shift) {
+    const __m256i ab = colour::v::pair16(ca, cb), cdk = colour::v::pair16(cc, cd);
+    const __m128i sh = _mm_cvtsi32_si128(shift);
+    const __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), ab),
+                                        _mm256_madd_epi16(_mm256_unpacklo_epi16(c, d), cdk));
+    const __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), ab),
+                                        _mm256_madd_epi16(_mm256_unpackhi_epi16(c, d), cdk));
+    return _mm256_packs_epi32(_mm256_sra_epi32(lo, sh), _mm256_sra_epi32(hi, sh));
+}
+
 template <FwdForm F>
 inline __m256i lumaVec(__m256i r, __m256i g, __m256i b) {
     if constexpr (F == FwdForm::Shift) return _mm256_sub_epi16(r, k16(128));
+    else if constexpr (F == FwdForm::Plain)  // 38470 G as two halves of 19235
+        return _mm256_sub_epi16(lin4(r, g, g, b, 19595, 19235, 19235, 7471, 16), k16(128));
     else return colour::v::lin3(r, g, b, 4899, 9617, 1868, -2088960, 14);
 }
 
@@ -93,6 +107,9 @@ inline void chromaVec(__m256i sr, __m256i sg, __m256i sb, __m256i& cb, __m256i& 
     if constexpr (F == FwdForm::Shift) {
         cb = _mm256_srai_epi16(_mm256_sub_epi16(sg, k16(128 << L)), L);
         cr = _mm256_srai_epi16(_mm256_sub_epi16(sb, k16(128 << L)), L);
+    } else if constexpr (F == FwdForm::Plain) {  // 32768 s as two halves of 16384
+        cb = lin4(sr, sg, sb, sb, -11059, -21709, 16384, 16384, 16 + L);
+        cr = lin4(sr, sr, sg, sb, 16384, 16384, -27439, -5329, 16 + L);
     } else {
         cb = colour::v::lin3(sr, sg, sb, -2764, -5428, 8192, Bias, 14 + L);
         cr = colour::v::lin3(sr, sg, sb, 8192, -6860, -1332, Bias, 14 + L);
@@ -210,14 +227,14 @@ void fwdScalar(const uint8_t* src, int srcStep, int16_t* const dst[4], Sampling 
 }
 
 void fwdVec(const uint8_t* src, int srcStep, int16_t* const dst[4], Sampling s, Px px, FwdForm f) {
-    if (f == FwdForm::Plain) return fwdScalar(src, srcStep, dst, s, px, f);
     if (f == FwdForm::Shift) return fwdVecS<Px::YCC, FwdForm::Shift>(src, srcStep, dst, s);
+    const bool plain = f == FwdForm::Plain;
     switch (px) {
-        case Px::RGB: fwdVecS<Px::RGB, FwdForm::Block>(src, srcStep, dst, s); break;
-        case Px::BGR: fwdVecS<Px::BGR, FwdForm::Block>(src, srcStep, dst, s); break;
+        case Px::RGB: plain ? fwdVecS<Px::RGB, FwdForm::Plain>(src, srcStep, dst, s) : fwdVecS<Px::RGB, FwdForm::Block>(src, srcStep, dst, s); break;
+        case Px::BGR: plain ? fwdVecS<Px::BGR, FwdForm::Plain>(src, srcStep, dst, s) : fwdVecS<Px::BGR, FwdForm::Block>(src, srcStep, dst, s); break;
+        case Px::CMYK: plain ? fwdVecS<Px::CMYK, FwdForm::Plain>(src, srcStep, dst, s) : fwdVecS<Px::CMYK, FwdForm::Block>(src, srcStep, dst, s); break;
         case Px::P555: fwdVecS<Px::P555, FwdForm::Block>(src, srcStep, dst, s); break;
         case Px::P565: fwdVecS<Px::P565, FwdForm::Block>(src, srcStep, dst, s); break;
-        case Px::CMYK: fwdVecS<Px::CMYK, FwdForm::Block>(src, srcStep, dst, s); break;
         case Px::YCC: fwdVecS<Px::YCC, FwdForm::Block>(src, srcStep, dst, s); break;
     }
 }

@@ -62,6 +62,21 @@ inline void rgbVec(__m256i y, __m256i cb, __m256i cr, __m256i& R, __m256i& G, __
         R = _mm256_adds_epi16(y, k);
         G = _mm256_adds_epi16(cb, k);
         B = _mm256_adds_epi16(cr, k);
+    } else if constexpr (F == InvForm::Plain) {
+        // Products and their sum wrap in 32 bits, as the scalar form does.
+        const __m256i k = k32(128);
+        __m256i out[3][2];
+        for (int h = 0; h < 2; ++h) {
+            const __m256i yw = _mm256_add_epi32(h ? wideHi(y) : wideLo(y), k);
+            const __m256i cbw = h ? wideHi(cb) : wideLo(cb), crw = h ? wideHi(cr) : wideLo(cr);
+            const __m256i g = _mm256_add_epi32(_mm256_mullo_epi32(cbw, k32(-22554)), _mm256_mullo_epi32(crw, k32(-46802)));
+            out[0][h] = _mm256_add_epi32(yw, _mm256_srai_epi32(_mm256_mullo_epi32(crw, k32(91881)), 16));
+            out[1][h] = _mm256_add_epi32(yw, _mm256_srai_epi32(g, 16));
+            out[2][h] = _mm256_add_epi32(yw, _mm256_srai_epi32(_mm256_mullo_epi32(cbw, k32(116130)), 16));
+        }
+        R = _mm256_packs_epi32(out[0][0], out[0][1]);
+        G = _mm256_packs_epi32(out[1][0], out[1][1]);
+        B = _mm256_packs_epi32(out[2][0], out[2][1]);
     } else {
         // A constant 4096 in the second word of a pair carries the bias.
         const __m256i bias = k16(4096);
@@ -130,9 +145,12 @@ inline void emit(uint8_t* p0, uint8_t* p1, __m256i y, __m256i cb, __m256i cr, __
         simd::storeu128(p1, _mm256_extracti128_si256(w, 1));
     } else if constexpr (PX == Px::CMYK) {
         // The complement saturates, so it equals the complement of the clamp.
+        // K: clamped in the split form, its low byte in the plain form.
         const __m256i full = k16(255);
+        const __m256i kk = F == InvForm::Plain ? _mm256_and_si256(_mm256_add_epi16(k, k16(128)), k16(255))
+                                               : _mm256_adds_epi16(k, k16(128));
         storeRows<4, 0, 1, 2>(p0, p1, _mm256_subs_epi16(full, R), _mm256_subs_epi16(full, G),
-                              _mm256_subs_epi16(full, B), _mm256_adds_epi16(k, k16(128)));
+                              _mm256_subs_epi16(full, B), kk);
     } else if constexpr (PX == Px::BGR) {
         storeRows<3, 2, 1, 0>(p0, p1, R, G, B, R);
     } else {
@@ -228,7 +246,7 @@ void invVec(const int16_t* const src[4], uint8_t* dst, int dstStep, Sampling s, 
         case InvForm::Bits14: invVecF<InvForm::Bits14>(src, dst, dstStep, s, px); break;
         case InvForm::Split: invVecF<InvForm::Split>(src, dst, dstStep, s, px); break;
         case InvForm::Shift: invVecF<InvForm::Shift>(src, dst, dstStep, s, px); break;
-        case InvForm::Plain: invScalar(src, dst, dstStep, s, px, f); break;
+        case InvForm::Plain: invVecF<InvForm::Plain>(src, dst, dstStep, s, px); break;
     }
 }
 

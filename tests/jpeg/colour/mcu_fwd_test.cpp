@@ -386,7 +386,8 @@ TEST(McuFwdKernels, VectorMatchesScalar) {
         FwdForm f;
     };
     const K kinds[] = {{Px::RGB, FwdForm::Block}, {Px::BGR, FwdForm::Block}, {Px::P555, FwdForm::Block},
-                       {Px::P565, FwdForm::Block}, {Px::CMYK, FwdForm::Block}, {Px::YCC, FwdForm::Shift}};
+                       {Px::P565, FwdForm::Block}, {Px::CMYK, FwdForm::Block}, {Px::YCC, FwdForm::Shift},
+                       {Px::RGB, FwdForm::Plain}, {Px::BGR, FwdForm::Plain}, {Px::CMYK, FwdForm::Plain}};
     for (const K& k : kinds)
         for (Sampling s : {k444, k422, k411})
             for (int rep = 0; rep < 20; ++rep) {
@@ -401,7 +402,8 @@ TEST(McuFwdKernels, VectorMatchesScalar) {
                 int16_t* const db[4] = {b[0], b[1], b[2], b[3]};
                 fwdVec(src.data(), step, da, s, k.px, k.f);
                 fwdScalar(src.data(), step, db, s, k.px, k.f);
-                ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << "layout " << static_cast<int>(k.px) << " sampling " << s;
+                ASSERT_EQ(std::memcmp(a, b, sizeof a), 0)
+                    << "layout " << static_cast<int>(k.px) << " form " << static_cast<int>(k.f) << " sampling " << s;
             }
     for (int rep = 0; rep < 20; ++rep) {
         GuardedBuffer src(32 * 8 + 8 * rep, rep & 3);

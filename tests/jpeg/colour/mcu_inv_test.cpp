@@ -361,7 +361,9 @@ TEST(McuInvKernels, VectorMatchesScalar) {
     };
     const K kinds[] = {{Px::RGB, InvForm::Bits14}, {Px::RGB, InvForm::Split},  {Px::BGR, InvForm::Bits14},
                        {Px::BGR, InvForm::Split},  {Px::P555, InvForm::Split}, {Px::P565, InvForm::Split},
-                       {Px::P555, InvForm::Bits14}, {Px::CMYK, InvForm::Split}, {Px::YCC, InvForm::Shift}};
+                       {Px::P555, InvForm::Bits14}, {Px::CMYK, InvForm::Split}, {Px::YCC, InvForm::Shift},
+                       {Px::RGB, InvForm::Plain},  {Px::BGR, InvForm::Plain},  {Px::CMYK, InvForm::Plain},
+                       {Px::P565, InvForm::Plain}};
     for (const K& k : kinds)
         for (Sampling s : {k444, k422, k411})
             for (int rep = 0; rep < 20; ++rep) {
