@@ -277,11 +277,11 @@ ZEBAPI ZebStatus zebiYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const Zeb16s* const src
 ZEBAPI ZebStatus zebiYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
 /* 411 blocks to 16x16 packed BGR565 words (B in the low bits), split form. */
 ZEBAPI ZebStatus zebiYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
-/* 444 Y, Cb, Cr, K blocks to 8x8 CMYK pixels: split form complemented if all four planes are 16-byte aligned, else plain form complemented. */
+/* 444 Y, Cb, Cr, K blocks to 8x8 CMYK pixels: split form complemented, K + 128 clamped, if all four planes are 16-byte aligned; else plain form complemented, K + 128 to its low byte. */
 ZEBAPI ZebStatus zebiYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const Zeb16s* const src[4], Zeb8u* dst, int dstStep);
-/* 422 Y, Cb, Cr, K blocks to 16x8 CMYK pixels: split form complemented if all four planes are 16-byte aligned, else plain form complemented. */
+/* 422 Y, Cb, Cr, K blocks to 16x8 CMYK pixels: split form complemented, K + 128 clamped, if all four planes are 16-byte aligned; else plain form complemented, K + 128 to its low byte. */
 ZEBAPI ZebStatus zebiYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const Zeb16s* const src[4], Zeb8u* dst, int dstStep);
-/* 411 Y, Cb, Cr, K blocks to 16x16 CMYK pixels: split form complemented if all four planes are 16-byte aligned, else plain form complemented. */
+/* 411 Y, Cb, Cr, K blocks to 16x16 CMYK pixels: split form complemented, K + 128 clamped, if all four planes are 16-byte aligned; else plain form complemented, K + 128 to its low byte. */
 ZEBAPI ZebStatus zebiYCCK411ToCMYKLS_MCU_16s8u_P4C4R(const Zeb16s* const src[4], Zeb8u* dst, int dstStep);
 /* 444 blocks to Y, Cb, Cr pixels, each sample clamp(v + 128), chroma replicated. */
 ZEBAPI ZebStatus zebiSampleUp444LS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
