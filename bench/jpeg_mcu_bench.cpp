@@ -281,15 +281,15 @@ void BM_Turbo_Decode(benchmark::State& st) {
 void forms(benchmark::internal::Benchmark* b) {
     for (int sub : {0, 1})
         for (int misalign : {0, 2}) b->Args({sub, misalign});
-    b->ArgNames({"420", "plane0Offset"})->Unit(benchmark::kMicrosecond)->UseRealTime();
+    b->ArgNames({"s420", "plane0Offset"})->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 void samplings(benchmark::internal::Benchmark* b) {
-    b->Args({0})->Args({1})->ArgNames({"420"})->Unit(benchmark::kMicrosecond)->UseRealTime();
+    b->Args({0})->Args({1})->ArgNames({"s420"})->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 void rawOrNot(benchmark::internal::Benchmark* b) {
     for (int sub : {0, 1})
         for (int raw : {0, 1}) b->Args({sub, raw});
-    b->ArgNames({"420", "raw"})->Unit(benchmark::kMicrosecond)->UseRealTime();
+    b->ArgNames({"s420", "raw"})->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 
 BENCHMARK(BM_Mcu_EncodeRGB)->Apply(forms);
