@@ -210,9 +210,87 @@ ZEBAPI ZebStatus zebiSampleUpRowH2V2_Triangle_JPEG_8u_C1(const Zeb8u* src1, cons
 
 /* ------------------------------------------------------------------ JPEG MCU block encoders */
 
+/* RGB pixels of an 8x8 MCU to 1 Y block and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiRGBToYCbCr444LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* RGB pixels of a 16x8 MCU to 2 Y blocks and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiRGBToYCbCr422LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* RGB pixels of a 16x16 MCU to 4 Y blocks and one Cb, Cr block, level-shifted; block form if plane 0 is 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiRGBToYCbCr411LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* BGR pixels of an 8x8 MCU to 1 Y block and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGRToYCbCr444LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* BGR pixels of a 16x8 MCU to 2 Y blocks and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGRToYCbCr422LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* BGR pixels of a 16x16 MCU to 4 Y blocks and one Cb, Cr block, level-shifted; block form if plane 0 is 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiBGRToYCbCr411LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* Packed BGR555 words of an 8x8 MCU to 1 Y block and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGR555ToYCbCr444LS_MCU_16u16s_C3P3R(const Zeb16u* src, int srcStep, Zeb16s* const dst[3]);
+/* Packed BGR555 words of a 16x8 MCU to 2 Y blocks and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGR555ToYCbCr422LS_MCU_16u16s_C3P3R(const Zeb16u* src, int srcStep, Zeb16s* const dst[3]);
+/* Packed BGR555 words of a 16x16 MCU to 4 Y blocks and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGR555ToYCbCr411LS_MCU_16u16s_C3P3R(const Zeb16u* src, int srcStep, Zeb16s* const dst[3]);
+/* Packed BGR565 words of an 8x8 MCU to 1 Y block and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGR565ToYCbCr444LS_MCU_16u16s_C3P3R(const Zeb16u* src, int srcStep, Zeb16s* const dst[3]);
+/* Packed BGR565 words of a 16x8 MCU to 2 Y blocks and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGR565ToYCbCr422LS_MCU_16u16s_C3P3R(const Zeb16u* src, int srcStep, Zeb16s* const dst[3]);
+/* Packed BGR565 words of a 16x16 MCU to 4 Y blocks and one Cb, Cr block, level-shifted; block form. */
+ZEBAPI ZebStatus zebiBGR565ToYCbCr411LS_MCU_16u16s_C3P3R(const Zeb16u* src, int srcStep, Zeb16s* const dst[3]);
+/* CMYK pixels of an 8x8 MCU to 1 Y block (and as many K blocks, K - 128) and one Cb, Cr block; block form if all four planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiCMYKToYCCK444LS_MCU_8u16s_C4P4R(const Zeb8u* src, int srcStep, Zeb16s* const dst[4]);
+/* CMYK pixels of a 16x8 MCU to 2 Y blocks (and as many K blocks, K - 128) and one Cb, Cr block; block form if planes 0 and 3 are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiCMYKToYCCK422LS_MCU_8u16s_C4P4R(const Zeb8u* src, int srcStep, Zeb16s* const dst[4]);
+/* CMYK pixels of a 16x16 MCU to 4 Y blocks (and as many K blocks, K - 128) and one Cb, Cr block; block form if planes 0 and 3 are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiCMYKToYCCK411LS_MCU_8u16s_C4P4R(const Zeb8u* src, int srcStep, Zeb16s* const dst[4]);
+/* Y, Cb, Cr pixels of an 8x8 MCU to blocks, each sample minus 128. */
+ZEBAPI ZebStatus zebiSampleDown444LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* Y, Cb, Cr pixels of a 16x8 MCU to 2 Y blocks and one Cb, Cr block; chroma (a + b - 256) >> 1. */
+ZEBAPI ZebStatus zebiSampleDown422LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* Y, Cb, Cr pixels of a 16x16 MCU to 4 Y blocks and one Cb, Cr block; chroma (sum of 4 - 512) >> 2. */
+ZEBAPI ZebStatus zebiSampleDown411LS_MCU_8u16s_C3P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+/* Y0 Cb Y1 Cr pairs of a 16x8 MCU to 2 Y blocks and one Cb, Cr block, each sample minus 128. */
+ZEBAPI ZebStatus zebiSplit422LS_MCU_8u16s_C2P3R(const Zeb8u* src, int srcStep, Zeb16s* const dst[3]);
+
 /* (end of JPEG MCU block encoders) */
 
 /* ------------------------------------------------------------------ JPEG MCU block decoders */
+
+/* 444 blocks to 8x8 RGB pixels: 14-bit form if all planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiYCbCr444ToRGBLS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 444 blocks to 8x8 BGR pixels: 14-bit form if all planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiYCbCr444ToBGRLS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 422 blocks to 16x8 RGB pixels: split form if all planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiYCbCr422ToRGBLS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 422 blocks to 16x8 BGR pixels: split form if all planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiYCbCr422ToBGRLS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 411 blocks to 16x16 RGB pixels: split form if all planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiYCbCr411ToRGBLS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 411 blocks to 16x16 BGR pixels: split form if all planes are 16-byte aligned, else plain form. */
+ZEBAPI ZebStatus zebiYCbCr411ToBGRLS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 444 blocks to 8x8 packed BGR555 words (B in the low bits), split form. */
+ZEBAPI ZebStatus zebiYCbCr444ToBGR555LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
+/* 444 blocks to 8x8 packed BGR565 words (B in the low bits), split form. */
+ZEBAPI ZebStatus zebiYCbCr444ToBGR565LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
+/* 422 blocks to 16x8 packed BGR555 words (B in the low bits), split form. */
+ZEBAPI ZebStatus zebiYCbCr422ToBGR555LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
+/* 422 blocks to 16x8 packed BGR565 words (B in the low bits), split form. */
+ZEBAPI ZebStatus zebiYCbCr422ToBGR565LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
+/* 411 blocks to 16x16 packed BGR555 words (B in the low bits), split form. */
+ZEBAPI ZebStatus zebiYCbCr411ToBGR555LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
+/* 411 blocks to 16x16 packed BGR565 words (B in the low bits), split form. */
+ZEBAPI ZebStatus zebiYCbCr411ToBGR565LS_MCU_16s16u_P3C3R(const Zeb16s* const src[3], Zeb16u* dst, int dstStep);
+/* 444 Y, Cb, Cr, K blocks to 8x8 CMYK pixels: split form complemented, K + 128 clamped, if all four planes are 16-byte aligned; else plain form complemented, K + 128 to its low byte. */
+ZEBAPI ZebStatus zebiYCCK444ToCMYKLS_MCU_16s8u_P4C4R(const Zeb16s* const src[4], Zeb8u* dst, int dstStep);
+/* 422 Y, Cb, Cr, K blocks to 16x8 CMYK pixels: split form complemented, K + 128 clamped, if all four planes are 16-byte aligned; else plain form complemented, K + 128 to its low byte. */
+ZEBAPI ZebStatus zebiYCCK422ToCMYKLS_MCU_16s8u_P4C4R(const Zeb16s* const src[4], Zeb8u* dst, int dstStep);
+/* 411 Y, Cb, Cr, K blocks to 16x16 CMYK pixels: split form complemented, K + 128 clamped, if all four planes are 16-byte aligned; else plain form complemented, K + 128 to its low byte. */
+ZEBAPI ZebStatus zebiYCCK411ToCMYKLS_MCU_16s8u_P4C4R(const Zeb16s* const src[4], Zeb8u* dst, int dstStep);
+/* 444 blocks to Y, Cb, Cr pixels, each sample clamp(v + 128), chroma replicated. */
+ZEBAPI ZebStatus zebiSampleUp444LS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 422 blocks to Y, Cb, Cr pixels, each sample clamp(v + 128), chroma replicated. */
+ZEBAPI ZebStatus zebiSampleUp422LS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 411 blocks to Y, Cb, Cr pixels, each sample clamp(v + 128), chroma replicated. */
+ZEBAPI ZebStatus zebiSampleUp411LS_MCU_16s8u_P3C3R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
+/* 422 blocks to Y0 Cb Y1 Cr pairs (16x8 pixels), each sample clamp(v + 128). */
+ZEBAPI ZebStatus zebiJoin422LS_MCU_16s8u_P3C2R(const Zeb16s* const src[3], Zeb8u* dst, int dstStep);
 
 /* (end of JPEG MCU block decoders) */
 
