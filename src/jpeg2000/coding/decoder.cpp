@@ -1,0 +1,726 @@
+// Code-block decoders: the progressive decoder, which decodes one codeword
+// segment per call into a caller-held state and block, and the one-call
+// decoder that drives it over a block's segment list and then cleans up
+// after damage and takes the half-bits out.
+//
+// The coefficient model mirrors the encoder's exactly: the same stripe scan,
+// flag words, marks and context tables. The MQ decoder keeps its code
+// register inverted (the complement of the usual one), which lets a byte-in
+// add the complement of the incoming byte.
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "frame/arith.h"
+#include "frame/impl.h"
+#include "frame/memory.h"
+#include "jpeg2000/coding/decoder.h"
+
+namespace zeb::j2k {
+
+namespace {
+
+inline constexpr int kPassMqCleanup = 0;
+inline constexpr int kPassMqRefinement = 1;
+inline constexpr int kPassMqSignificance = 2;
+inline constexpr int kPassMqCleanupAfterRaw = 3;
+inline constexpr int kPassRawRefinement = 4;
+inline constexpr int kPassRawSignificance = 5;
+
+// The working set of one Step call, in locals: the block, the flag rows, the
+// MQ decoder, the raw decoder, and the sample values of the current plane.
+// The state is read into it at the start of the call and written back at
+// the end, so that stores to the block and the flag rows (which may alias
+// anything) do not force reloads of the registers.
+struct Engine {
+    uint8_t* dst;
+    std::ptrdiff_t step;
+    int width, height;
+    uint32_t* flags;  // word of column 0, rows 0 and 1
+    int fs;           // flag row stride in words
+    const uint8_t* zc;
+    bool causal;
+
+    // MQ decoder.
+    const uint8_t* data;
+    int len, pos;
+    uint32_t a, c, ct;
+    uint32_t ended;
+    uint8_t cx[kContextCount];  // packed states: row * 2 + more probable symbol
+
+    // Raw decoder.
+    const uint8_t* rdata;
+    int rlen, rpos, rbit;
+    uint32_t rbyte;
+
+    // Sample values for the plane of the pass in progress.
+    uint32_t sigValue;   // bit p and the half-bit below it
+    uint32_t keepMask;   // bits above p
+    uint32_t refOne;     // bit p
+    uint32_t refHalf;    // the half-bit below p
+
+    void setPlane(int p) {
+        const int q = std::min(p, 62);
+        sigValue = static_cast<uint32_t>((uint64_t{3} << q) >> 1);
+        keepMask = static_cast<uint32_t>(~uint64_t{0} << (q + 1));
+        refOne = static_cast<uint32_t>(uint64_t{1} << q);
+        refHalf = static_cast<uint32_t>((uint64_t{1} << q) >> 1);
+    }
+
+    void resetContexts() {
+        for (int i = 0; i < kContextCount; ++i) cx[i] = static_cast<uint8_t>(2 * kInitialState[i]);
+    }
+
+    // ------------------------------------------------------------ MQ decoder
+    uint32_t byteAt(int i) const { return i < len ? data[i] : 0xFFu; }
+
+    void mqStart(const uint8_t* src, int n) {
+        data = src;
+        len = n;
+        const uint32_t b0 = n >= 1 ? src[0] : 0xFFu;
+        const uint32_t b1 = n >= 2 ? src[1] : 0xFFu;
+        c = (255 - b0) << 16;
+        pos = 0;
+        ended = 0;
+        uint32_t t;
+        if (n > 0 && b0 < 255) {
+            pos = 1;
+            c += 0xFF00u - (b1 << 8);
+            t = 8;
+        } else if (b1 < 144) {
+            pos = 1;
+            c += 0xFE00u - (b1 << 9);
+            t = 7;
+        } else {
+            ended = 1;
+            t = 8;
+        }
+        c <<= 7;
+        ct = t - 7;
+        a = 0x8000;
+    }
+
+    [[gnu::noinline]] void byteIn() {
+        if (ended) {
+            ct = 8;
+            return;
+        }
+        const uint32_t b = byteAt(pos), b1 = byteAt(pos + 1);
+        if (b < 255) {
+            ++pos;
+            c += 0xFF00u - (b1 << 8);
+            ct = 8;
+        } else if (b1 > 143) {
+            ended = 1;
+            ct = 8;
+        } else {
+            ++pos;
+            c += 0xFE00u - (b1 << 9);
+            ct = 7;
+        }
+    }
+
+    [[gnu::always_inline]] void renormalise() {
+        do {
+            if (ct == 0) byteIn();
+            a <<= 1;
+            c <<= 1;
+            --ct;
+        } while ((a & 0x8000) == 0);
+    }
+
+    [[gnu::always_inline]] uint32_t decode(uint32_t label) {
+        const uint32_t s = cx[label];
+        const MqPackedRow& r = kMqPackedRows[s];
+        const uint32_t q = r.qe;
+        const uint32_t d = a - q;
+        const uint32_t mps = s & 1;
+        if (d <= (c >> 16)) {
+            c -= d << 16;
+            uint32_t out;
+            if (d < q) {
+                out = mps;
+                cx[label] = r.nextMps;
+            } else {
+                out = mps ^ 1;
+                cx[label] = r.nextLps;
+            }
+            a = q;
+            renormalise();
+            return out;
+        }
+        if (d & 0x8000) {
+            a = d;
+            return mps;
+        }
+        uint32_t out;
+        if (d < q) {
+            out = mps ^ 1;
+            cx[label] = r.nextLps;
+        } else {
+            out = mps;
+            cx[label] = r.nextMps;
+        }
+        a = d;
+        renormalise();
+        return out;
+    }
+
+    // The end test of a terminated MQ segment; true when it finds damage.
+    bool mqTestDamaged() {
+        // Bytes left over.
+        if (pos < len && data[pos] != 0xFF && !ended) return true;
+        if (ct != 0) {
+            if (!ended) return true;
+            if (ct == 1) return false;
+        } else {
+            if (!ended && byteAt(pos + 1) < 144) return true;
+            ct = 8;
+        }
+        const uint32_t q = 0x8000u >> (ct - 1);
+        return a - q > (c >> 16);
+    }
+
+    // ------------------------------------------------------------ raw decoder
+    void rawStart(const uint8_t* src, int n) {
+        rdata = src;
+        rlen = n;
+        rpos = 0;
+        rbyte = 0;
+        rbit = -1;
+    }
+
+    [[gnu::always_inline]] uint32_t rawBit() {
+        if (rbit < 0) {
+            rbit = rbyte == 255 ? 6 : 7;
+            rbyte = rpos < rlen ? rdata[rpos] : 0xFFu;
+            ++rpos;
+        }
+        return (rbyte >> rbit--) & 1;
+    }
+
+    // The rest of the current byte must be the padding 0, 1, 0, 1, ...
+    bool rawTestDamaged() const {
+        if (rbit < 0) return false;
+        const uint32_t mask = (2u << rbit) - 1;
+        return (rbyte & mask) != ((85u >> (7 - rbit)) & mask);
+    }
+
+    // ------------------------------------------------------------ passes
+    [[gnu::always_inline]] void mark(uint32_t* w, int r, uint32_t negative) {
+        if (r & 1)
+            markOdd(w, fs, negative);
+        else
+            markEven(w, fs, negative, !(causal && r == 0));
+    }
+
+    // Stripe loop: column(w0, w1, sp, rows) for every column of every stripe;
+    // w0 is the flag word of rows 0 and 1, w1 that of rows 2 and 3, sp the
+    // column's first sample.
+    template <class Column>
+    [[gnu::always_inline]] void stripes(Column&& column) {
+        uint8_t* sp = dst;
+        uint32_t* f0 = flags;
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            uint32_t* f1 = f0 + fs;
+            for (int x = 0; x < width; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+            sp += 4 * step;
+            f0 += 2 * fs;
+        }
+    }
+
+    template <bool Raw>
+    [[gnu::always_inline]] void significanceSample(uint32_t* w, uint8_t* sp, int r) {
+        const int shift = 16 * (r & 1);
+        const uint32_t half = (*w >> shift) & 0xFFFF;
+        if ((half & 0xA000u) != 0x2000u) return;
+        const uint32_t bit = Raw ? rawBit() : decode(zc[half & 0xFF]);
+        if (bit) {
+            uint32_t negative;
+            if (Raw) {
+                negative = rawBit();
+            } else {
+                const uint32_t e = signEntryOf(half);
+                negative = decode(e & 15) ^ (e >> 31);
+            }
+            storeAs<uint32_t>(sp, (negative << 31) | sigValue);
+            mark(w, r, negative);
+        } else {
+            *w |= kFlagVisited << shift;
+        }
+    }
+
+    template <bool Raw>
+    void significancePass() {
+        const std::ptrdiff_t st = step;
+        stripes([&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
+            if (*w0 & kPairNeighbour) {
+                significanceSample<Raw>(w0, sp, 0);
+                if (rows > 1) significanceSample<Raw>(w0, sp + st, 1);
+            }
+            if (rows > 2 && (*w1 & kPairNeighbour)) {
+                significanceSample<Raw>(w1, sp + 2 * st, 2);
+                if (rows > 3) significanceSample<Raw>(w1, sp + 3 * st, 3);
+            }
+        });
+    }
+
+    template <bool Raw>
+    [[gnu::always_inline]] void refineSample(uint32_t* w, uint8_t* sp, int k) {
+        const int shift = 16 * k;
+        const uint32_t half = (*w >> shift) & 0xFFFF;
+        if ((half & 0xC000u) != 0x8000u) return;
+        uint32_t bit;
+        if (Raw) {
+            bit = rawBit();
+        } else {
+            bit = decode(refinementLabelOf(half));
+            *w |= kFlagRefined << shift;
+        }
+        const uint32_t v = loadAs<uint32_t>(sp);
+        storeAs<uint32_t>(sp, (v & keepMask) | (refOne & (0u - bit)) | refHalf);
+    }
+
+    template <bool Raw>
+    void refinementPass() {
+        const std::ptrdiff_t st = step;
+        stripes([&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
+            if (*w0 & kPairSig) {
+                refineSample<Raw>(w0, sp, 0);
+                if (rows > 1) refineSample<Raw>(w0, sp + st, 1);
+            }
+            if (rows > 2 && (*w1 & kPairSig)) {
+                refineSample<Raw>(w1, sp + 2 * st, 0);
+                if (rows > 3) refineSample<Raw>(w1, sp + 3 * st, 1);
+            }
+        });
+    }
+
+    [[gnu::always_inline]] void decodeSign(uint32_t* w, uint8_t* sp, int r) {
+        const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
+        const uint32_t e = signEntryOf(half);
+        const uint32_t negative = decode(e & 15) ^ (e >> 31);
+        storeAs<uint32_t>(sp, (negative << 31) | sigValue);
+        mark(w, r, negative);
+    }
+
+    [[gnu::always_inline]] void cleanupSample(uint32_t* w, uint8_t* sp, int r) {
+        const uint32_t half = (*w >> (16 * (r & 1))) & 0xFFFF;
+        if (half & 0xC000u) return;
+        if (decode(zc[half & 0xFF])) decodeSign(w, sp, r);
+    }
+
+    // Returns true when the segmentation symbols came out wrong.
+    bool cleanupPass(bool segmentation) {
+        const std::ptrdiff_t st = step;
+        stripes([&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
+            int r = 0;
+            if (rows == 4 && (*w0 | *w1) == 0) {
+                if (!decode(kLabelRunLength)) return;
+                r = static_cast<int>(decode(kLabelUniform) << 1);
+                r |= static_cast<int>(decode(kLabelUniform));
+                decodeSign(r < 2 ? w0 : w1, sp + r * st, r);
+                ++r;
+            }
+            switch (r) {
+                case 0:
+                    cleanupSample(w0, sp, 0);
+                    [[fallthrough]];
+                case 1:
+                    if (rows > 1) cleanupSample(w0, sp + st, 1);
+                    [[fallthrough]];
+                case 2:
+                    if (rows > 2) cleanupSample(w1, sp + 2 * st, 2);
+                    [[fallthrough]];
+                case 3:
+                    if (rows > 3) cleanupSample(w1, sp + 3 * st, 3);
+                    break;
+                default:
+                    break;
+            }
+            *w0 &= ~kPairVisited;
+            if (rows > 2) *w1 &= ~kPairVisited;
+        });
+        if (!segmentation) return false;
+        uint32_t s = decode(kLabelUniform) << 3;
+        s |= decode(kLabelUniform) << 2;
+        s |= decode(kLabelUniform) << 1;
+        s |= decode(kLabelUniform);
+        return s != 0xA;
+    }
+};
+
+// ---------------------------------------------------------------- Step
+void loadEngine(const ZebJ2kDecodeState* st, Engine& e) {
+    e.dst = reinterpret_cast<uint8_t*>(st->dst);
+    e.step = st->dstStep;
+    e.width = st->width;
+    e.height = st->height;
+    e.fs = st->flagStride / 4;
+    e.flags = st->flagRows + e.fs + 1;
+    e.zc = st->zeroCodingTable;
+    e.causal = (st->flags & kStyleCausal) != 0;
+    for (int i = 0; i < kContextCount; ++i)
+        e.cx[i] = static_cast<uint8_t>(2 * st->contextIndex[i] + (st->contextMps[i] & 1));
+    e.data = st->mqData;
+    e.len = st->mqLength;
+    e.pos = st->mqPosition;
+    e.a = st->regA;
+    e.c = st->regC;
+    e.ct = st->regCT;
+    e.ended = static_cast<uint32_t>(st->mqEnded);
+    e.rdata = st->rawData;
+    e.rlen = st->rawLength;
+    e.rpos = st->rawPosition;
+    e.rbit = st->rawBitIndex;
+    e.rbyte = st->rawByte;
+}
+
+void storeEngine(const Engine& e, ZebJ2kDecodeState* st) {
+    for (int i = 0; i < kContextCount; ++i) {
+        st->contextIndex[i] = e.cx[i] >> 1;
+        st->contextMps[i] = e.cx[i] & 1;
+    }
+    st->scanSamples = e.dst;
+    st->scanFlags = e.flags;
+    st->mqData = e.data;
+    st->mqLength = e.len;
+    st->mqPosition = e.pos;
+    st->regA = e.a;
+    st->regC = e.c;
+    st->regCT = e.ct;
+    st->mqEnded = static_cast<int32_t>(e.ended);
+    st->rawData = e.rdata;
+    st->rawLength = e.rlen;
+    st->rawPosition = e.rpos;
+    st->rawBitIndex = e.rbit;
+    st->rawByte = static_cast<uint8_t>(e.rbyte);
+}
+
+void initialContexts(ZebJ2kDecodeState* st) {
+    for (int i = 0; i < kContextCount; ++i) {
+        st->contextIndex[i] = kInitialState[i];
+        st->contextMps[i] = 0;
+    }
+}
+
+// One Step on a checked, attached state.
+ZebStatus stepState(ZebJ2kDecodeState* st, const uint8_t* src, int length) {
+    if (st->passCounter < 1 || st->plane < 0) return zebStatusOk;
+    Engine e;
+    loadEngine(st, e);
+    const int flags = st->flags;
+    const bool check = (flags & zebJ2kCheckTermination) != 0;
+    const bool reset = (flags & kStyleResetContexts) != 0;
+    const bool segmentation = (flags & kStyleSegmentationSymbols) != 0;
+    int plane = st->plane;
+    int counter = st->passCounter;
+    int next = st->nextPass;
+    const int bypassPlane = st->bypassPlane;
+    bool damage = false;
+
+    // Contexts return to their start after every MQ pass under reset.
+    auto afterMq = [&] {
+        if (reset) e.resetContexts();
+    };
+
+    if (flags & kStyleTermAll) {
+        e.setPlane(plane);
+        switch (next) {
+            case kPassMqCleanup:
+            case kPassMqCleanupAfterRaw: {
+                e.mqStart(src, length);
+                bool d = e.cleanupPass(segmentation);
+                if (check) d = e.mqTestDamaged() || d;
+                damage = d;
+                afterMq();
+                --plane;
+                next = (next == kPassMqCleanup && plane >= bypassPlane) ? kPassMqSignificance : kPassRawSignificance;
+                break;
+            }
+            case kPassMqRefinement:
+                e.mqStart(src, length);
+                e.refinementPass<false>();
+                if (check) damage = e.mqTestDamaged();
+                afterMq();
+                next = kPassMqCleanup;
+                break;
+            case kPassMqSignificance:
+                e.mqStart(src, length);
+                e.significancePass<false>();
+                if (check) damage = e.mqTestDamaged();
+                afterMq();
+                next = kPassMqRefinement;
+                break;
+            case kPassRawRefinement:
+                e.rawStart(src, length);
+                e.refinementPass<true>();
+                damage = e.rawTestDamaged();
+                next = kPassMqCleanupAfterRaw;
+                break;
+            default:  // kPassRawSignificance
+                e.rawStart(src, length);
+                e.significancePass<true>();
+                damage = e.rawTestDamaged();
+                next = kPassRawRefinement;
+                break;
+        }
+        --counter;
+    } else if (next == kPassMqCleanupAfterRaw) {
+        e.setPlane(plane);
+        e.mqStart(src, length);
+        bool d = e.cleanupPass(segmentation);
+        if (check) d = e.mqTestDamaged() || d;
+        damage = d;
+        afterMq();
+        if (--counter > 0) {
+            --plane;
+            next = kPassRawSignificance;
+        }
+    } else if (next == kPassRawSignificance) {
+        e.setPlane(plane);
+        e.rawStart(src, length);
+        e.significancePass<true>();
+        if (--counter > 0) {
+            e.refinementPass<true>();
+            damage = e.rawTestDamaged();
+            --counter;
+            next = kPassMqCleanupAfterRaw;
+        }
+    } else {
+        e.mqStart(src, length);
+        for (;;) {
+            e.setPlane(plane);
+            bool d = e.cleanupPass(segmentation);
+            if (check && plane == bypassPlane) d = e.mqTestDamaged() || d;
+            damage = damage || d;
+            afterMq();
+            if (--counter < 1) break;
+            const int old = plane--;
+            if (old <= bypassPlane) {
+                next = kPassRawSignificance;
+                break;
+            }
+            e.setPlane(plane);
+            e.significancePass<false>();
+            afterMq();
+            if (--counter < 1) break;
+            e.refinementPass<false>();
+            afterMq();
+            if (--counter < 1) break;
+        }
+    }
+
+    storeEngine(e, st);
+    st->plane = plane;
+    st->passCounter = counter;
+    st->nextPass = next;
+    if (damage) {
+        st->errorSeen = 1;
+        return zebStatusJ2kCodeBlockError;
+    }
+    return zebStatusOk;
+}
+
+void initState(ZebJ2kDecodeState* st) {
+    st->mark = kDecodeMark;
+    st->attached = 0;
+    st->flagRows = decodeFlagRows(st);
+    // Queries before the first attach find an empty decoder.
+    st->plane = -1;
+    st->passCounter = 0;
+}
+
+void attachBlock(Zeb32s* dst, int dstStep, int width, int height, ZebJ2kDecodeState* st, int subband, int planeCount,
+                 int flags) {
+    st->flags = flags;
+    st->dst = dst;
+    st->width = width;
+    st->height = height;
+    st->dstStep = dstStep;
+    uint8_t* d = reinterpret_cast<uint8_t*>(dst);
+    if (!(flags & zebJ2kKeepBlock))
+        for (int y = 0; y < height; ++y) ownsZero_8u(d + static_cast<std::ptrdiff_t>(y) * dstStep, 4 * width);
+    st->flagStride = flagStrideBytes(width);
+    if (!(flags & zebJ2kKeepFlagRows)) {
+        uint8_t* f = reinterpret_cast<uint8_t*>(st->flagRows);
+        const int rows = flagRowCount(height);
+        for (int r = 0; r < rows; ++r) ownsZero_8u(f + static_cast<std::ptrdiff_t>(r) * st->flagStride, 4 * width + 8);
+    }
+    initialContexts(st);
+    st->zeroCodingTable = zeroCodingTable(subband);
+    st->bypassPlane = (flags & kStyleBypass) ? static_cast<int>(std::max<int64_t>(int64_t{planeCount} - 4, 0)) : 0;
+    st->plane = static_cast<int>(std::max<int64_t>(int64_t{planeCount} - 1, INT32_MIN));
+    st->passCounter = 0;
+    st->nextPass = 0;
+    st->errorSeen = 0;
+    st->attached = 1;
+}
+
+inline bool badMark(const ZebJ2kDecodeState* st) { return st->mark != kDecodeMark; }
+
+}  // namespace
+
+// ---------------------------------------------------------------- block-wide kernels
+void maskBlockScalar(uint8_t* dst, int dstStep, int width, int height, uint32_t mask) {
+    for (int y = 0; y < height; ++y) {
+        uint8_t* row = dst + static_cast<std::ptrdiff_t>(y) * dstStep;
+        for (int x = 0; x < width; ++x) storeAs<uint32_t>(row + 4 * x, loadAs<uint32_t>(row + 4 * x) & mask);
+    }
+}
+
+void maskBlock(uint8_t* dst, int dstStep, int width, int height, uint32_t mask) {
+    const __m256i m = _mm256_set1_epi32(static_cast<int>(mask));
+    for (int y = 0; y < height; ++y) {
+        uint8_t* row = dst + static_cast<std::ptrdiff_t>(y) * dstStep;
+        int x = 0;
+        for (; x + 16 <= width; x += 16) {
+            __m256i* p = reinterpret_cast<__m256i*>(row + 4 * x);
+            const __m256i v0 = _mm256_loadu_si256(p);
+            const __m256i v1 = _mm256_loadu_si256(p + 1);
+            _mm256_storeu_si256(p, _mm256_and_si256(v0, m));
+            _mm256_storeu_si256(p + 1, _mm256_and_si256(v1, m));
+        }
+        for (; x + 8 <= width; x += 8) {
+            __m256i* p = reinterpret_cast<__m256i*>(row + 4 * x);
+            _mm256_storeu_si256(p, _mm256_and_si256(_mm256_loadu_si256(p), m));
+        }
+        for (; x < width; ++x) storeAs<uint32_t>(row + 4 * x, loadAs<uint32_t>(row + 4 * x) & mask);
+    }
+}
+
+void truncateBlock(uint8_t* dst, int dstStep, int width, int height, int q) {
+    if (q < 0) return;
+    q = std::min(q, 31);
+    const uint32_t keep = ~0u << q, bit = 1u << q;
+    for (int y = 0; y < height; ++y) {
+        uint8_t* row = dst + static_cast<std::ptrdiff_t>(y) * dstStep;
+        for (int x = 0; x < width; ++x) {
+            const uint32_t v = loadAs<uint32_t>(row + 4 * x) & keep;
+            storeAs<uint32_t>(row + 4 * x, (v & 0x7FFFFFFFu) ? (v | bit) : 0u);
+        }
+    }
+}
+
+}  // namespace zeb::j2k
+
+using namespace zeb::j2k;
+
+ZebStatus zebimpl::zebiDecodeCBProgrGetStateSize_JPEG2K(ZebSize maxBlockSize, int* size) {
+    if (maxBlockSize.height < 1 || maxBlockSize.width < 1) return zebStatusBadSize;
+    if (!size) return zebStatusNullPointer;
+    const int64_t bytes = decodeStateBytes(maxBlockSize.width, maxBlockSize.height);
+    *size = static_cast<int>(std::min<int64_t>(bytes, INT32_MAX));
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrInit_JPEG2K(ZebJ2kDecodeState* state) {
+    if (!state) return zebStatusNullPointer;
+    initState(state);
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrInitAlloc_JPEG2K(ZebJ2kDecodeState** state, ZebSize maxBlockSize) {
+    if (!state) return zebStatusNullPointer;
+    if (maxBlockSize.height < 1 || maxBlockSize.width < 1) return zebStatusBadSize;
+    *state = nullptr;
+    const int64_t bytes = decodeStateBytes(maxBlockSize.width, maxBlockSize.height);
+    if (bytes > INT32_MAX) return zebStatusNoMemory;
+    auto* st = static_cast<ZebJ2kDecodeState*>(ownsMalloc(static_cast<int>(bytes)));
+    if (!st) return zebStatusNoMemory;
+    initState(st);
+    *state = st;
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrFree_JPEG2K(ZebJ2kDecodeState* state) {
+    if (!state) return zebStatusNullPointer;
+    if (badMark(state)) return zebStatusBadContext;
+    state->mark = 0;
+    ownsFree(state);
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrAttach_JPEG2K_32s_C1R(Zeb32s* dst, int dstStep, ZebSize blockSize,
+                                                         ZebJ2kDecodeState* state, int subband, int planeCount,
+                                                         int flags) {
+    if (!state) return zebStatusNullPointer;
+    if (badMark(state)) return zebStatusBadContext;
+    if (!dst) return zebStatusNullPointer;
+    if (dstStep < 1) return zebStatusBadStep;
+    if (blockSize.height < 1 || blockSize.width < 1) return zebStatusBadSize;
+    attachBlock(dst, dstStep, blockSize.width, blockSize.height, state, subband, planeCount, flags);
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrSetPassCounter_JPEG2K(int passes, ZebJ2kDecodeState* state) {
+    if (!state) return zebStatusNullPointer;
+    if (badMark(state)) return zebStatusBadContext;
+    state->passCounter = passes;
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrGetPassCounter_JPEG2K(const ZebJ2kDecodeState* state, int* passes) {
+    if (!state || !passes) return zebStatusNullPointer;
+    if (badMark(state)) return zebStatusBadContext;
+    *passes = state->passCounter;
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrGetCurBitPlaneNum_JPEG2K(const ZebJ2kDecodeState* state, int* plane) {
+    if (!state) return zebStatusNullPointer;
+    if (badMark(state)) return zebStatusBadContext;
+    if (!plane) return zebStatusNullPointer;
+    *plane = state->plane;
+    return zebStatusOk;
+}
+
+ZebStatus zebimpl::zebiDecodeCBProgrStep_JPEG2K(const Zeb8u* src, int length, ZebJ2kDecodeState* state) {
+    if (!src || !state) return zebStatusNullPointer;
+    if (badMark(state)) return zebStatusBadContext;
+    if (!state->attached) return zebStatusJ2kNotAttached;
+    return stepState(state, src, length);
+}
+
+ZebStatus zebimpl::zebiDecodeCodeBlock_JPEG2K_1u32s_C1R(const Zeb8u* src, Zeb32s* dst, int dstStep,
+                                                       ZebSize blockSize, int subband, int planeCount, int passCount,
+                                                       const int* segmentLengths, int segmentCount, int flags,
+                                                       int* errorPlane, ZebJ2kDecodeState* state) {
+    if (!src || !state) return zebStatusNullPointer;
+    if (blockSize.height < 1 || blockSize.width < 1) return zebStatusBadSize;
+    if (!segmentLengths || !dst) return zebStatusNullPointer;
+    if (dstStep < 1) return zebStatusBadStep;
+
+    const int width = blockSize.width, height = blockSize.height;
+    initState(state);
+    attachBlock(dst, dstStep, width, height, state, subband, planeCount, flags);
+    state->passCounter = passCount;
+
+    ZebStatus result = zebStatusOk;
+    // The segments stand back to back; their lengths are trusted.
+    uintptr_t at = reinterpret_cast<uintptr_t>(src);
+    for (int i = 0; i < segmentCount; ++i) {
+        const int n = segmentLengths[i];
+        result = stepState(state, reinterpret_cast<const uint8_t*>(at), n);
+        at += static_cast<uintptr_t>(static_cast<intptr_t>(n));
+        if (result != zebStatusOk) break;
+    }
+
+    uint8_t* block = reinterpret_cast<uint8_t*>(dst);
+    if (result == zebStatusJ2kCodeBlockError) {
+        if (errorPlane) *errorPlane = state->plane;
+        if (flags & zebJ2kTruncateAtError) truncateBlock(block, dstStep, width, height, state->plane);
+    }
+    if (!(flags & zebJ2kKeepHalfBit)) {
+        const int q = state->plane;
+        if (q >= 1) maskBlock(block, dstStep, width, height, ~0u << std::min(q, 31));
+    }
+    return result;
+}
+
+ZebStatus zebimpl::zebiDecodeGetBufSize_JPEG2K(ZebSize maxBlockSize, int* size) {
+    return zebimpl::zebiDecodeCBProgrGetStateSize_JPEG2K(maxBlockSize, size);
+}
