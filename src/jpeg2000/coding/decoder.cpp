@@ -29,54 +29,23 @@ inline constexpr int kPassMqCleanupAfterRaw = 3;
 inline constexpr int kPassRawRefinement = 4;
 inline constexpr int kPassRawSignificance = 5;
 
-// The working set of one Step call, in locals: the block, the flag rows, the
-// MQ decoder, the raw decoder, and the sample values of the current plane.
-// The state is read into it at the start of the call and written back at
-// the end, so that stores to the block and the flag rows (which may alias
-// anything) do not force reloads of the registers.
-struct Engine {
-    uint8_t* dst;
-    std::ptrdiff_t step;
-    int width, height;
-    uint32_t* flags;  // word of column 0, rows 0 and 1
-    int fs;           // flag row stride in words
-    const uint8_t* zc;
-    bool causal;
-
-    // MQ decoder.
+// The MQ decoder's registers. Passes work on a local copy, so that stores to
+// the block and the flag rows (which may alias anything) do not force the
+// registers back to memory after every sample.
+struct MqDecoder {
     const uint8_t* data;
     int len, pos;
     uint32_t a, c, ct;
     uint32_t ended;
     uint8_t cx[kContextCount];  // packed states: row * 2 + more probable symbol
 
-    // Raw decoder.
-    const uint8_t* rdata;
-    int rlen, rpos, rbit;
-    uint32_t rbyte;
-
-    // Sample values for the plane of the pass in progress.
-    uint32_t sigValue;   // bit p and the half-bit below it
-    uint32_t keepMask;   // bits above p
-    uint32_t refOne;     // bit p
-    uint32_t refHalf;    // the half-bit below p
-
-    void setPlane(int p) {
-        const int q = std::min(p, 62);
-        sigValue = static_cast<uint32_t>((uint64_t{3} << q) >> 1);
-        keepMask = static_cast<uint32_t>(~uint64_t{0} << (q + 1));
-        refOne = static_cast<uint32_t>(uint64_t{1} << q);
-        refHalf = static_cast<uint32_t>((uint64_t{1} << q) >> 1);
-    }
-
     void resetContexts() {
         for (int i = 0; i < kContextCount; ++i) cx[i] = static_cast<uint8_t>(2 * kInitialState[i]);
     }
 
-    // ------------------------------------------------------------ MQ decoder
-    uint32_t byteAt(int i) const { return i < len ? data[i] : 0xFFu; }
+    [[gnu::always_inline]] uint32_t byteAt(int i) const { return i < len ? data[i] : 0xFFu; }
 
-    void mqStart(const uint8_t* src, int n) {
+    void start(const uint8_t* src, int n) {
         data = src;
         len = n;
         const uint32_t b0 = n >= 1 ? src[0] : 0xFFu;
@@ -102,7 +71,7 @@ struct Engine {
         a = 0x8000;
     }
 
-    [[gnu::noinline]] void byteIn() {
+    [[gnu::always_inline]] void byteIn() {
         if (ended) {
             ct = 8;
             return;
@@ -122,12 +91,16 @@ struct Engine {
         }
     }
 
+    // Doubles A and C until bit 15 of A is set, taking a byte in whenever
+    // the counter has run out; the doublings between two byte-ins are done
+    // as one shift.
     [[gnu::always_inline]] void renormalise() {
         do {
             if (ct == 0) byteIn();
-            a <<= 1;
-            c <<= 1;
-            --ct;
+            const uint32_t s = std::min<uint32_t>(static_cast<uint32_t>(__builtin_clz(a)) - 16, ct);
+            a <<= s;
+            c <<= s;
+            ct -= s;
         } while ((a & 0x8000) == 0);
     }
 
@@ -169,7 +142,7 @@ struct Engine {
     }
 
     // The end test of a terminated MQ segment; true when it finds damage.
-    bool mqTestDamaged() {
+    bool testDamaged() {
         // Bytes left over.
         if (pos < len && data[pos] != 0xFF && !ended) return true;
         if (ct != 0) {
@@ -182,31 +155,95 @@ struct Engine {
         const uint32_t q = 0x8000u >> (ct - 1);
         return a - q > (c >> 16);
     }
+};
 
-    // ------------------------------------------------------------ raw decoder
-    void rawStart(const uint8_t* src, int n) {
-        rdata = src;
-        rlen = n;
-        rpos = 0;
-        rbyte = 0;
-        rbit = -1;
+// The raw decoder.
+struct RawDecoder {
+    const uint8_t* data;
+    int len, pos, bit;
+    uint32_t byte;
+
+    void start(const uint8_t* src, int n) {
+        data = src;
+        len = n;
+        pos = 0;
+        byte = 0;
+        bit = -1;
     }
 
-    [[gnu::always_inline]] uint32_t rawBit() {
-        if (rbit < 0) {
-            rbit = rbyte == 255 ? 6 : 7;
-            rbyte = rpos < rlen ? rdata[rpos] : 0xFFu;
-            ++rpos;
+    // A byte after 0xFF gives 7 bits: its top bit is a stuffed 0.
+    [[gnu::always_inline]] uint32_t read() {
+        if (bit < 0) {
+            bit = byte == 255 ? 6 : 7;
+            byte = pos < len ? data[pos] : 0xFFu;
+            ++pos;
         }
-        return (rbyte >> rbit--) & 1;
+        return (byte >> bit--) & 1;
     }
 
     // The rest of the current byte must be the padding 0, 1, 0, 1, ...
-    bool rawTestDamaged() const {
-        if (rbit < 0) return false;
-        const uint32_t mask = (2u << rbit) - 1;
-        return (rbyte & mask) != ((85u >> (7 - rbit)) & mask);
+    bool testDamaged() const {
+        if (bit < 0) return false;
+        const uint32_t mask = (2u << bit) - 1;
+        return (byte & mask) != ((85u >> (7 - bit)) & mask);
     }
+};
+
+// The working set of one Step call: the block, the flag rows, both
+// decoders, and the sample values of the current plane. The state is read
+// into it at the start of the call and written back at the end.
+struct Engine {
+    uint8_t* dst;
+    std::ptrdiff_t step;
+    int width, height;
+    uint32_t* flags;  // word of column 0, rows 0 and 1
+    int fs;           // flag row stride in words
+    const uint8_t* zc;
+    bool causal;
+
+    MqDecoder mq;
+    RawDecoder raw;
+
+    // Sample values for the plane of the pass in progress.
+    uint32_t sigValue;   // bit p and the half-bit below it
+    uint32_t keepMask;   // bits above p
+    uint32_t refOne;     // bit p
+    uint32_t refHalf;    // the half-bit below p
+
+    void setPlane(int p) {
+        const int q = std::min(p, 62);
+        sigValue = static_cast<uint32_t>((uint64_t{3} << q) >> 1);
+        keepMask = static_cast<uint32_t>(~uint64_t{0} << (q + 1));
+        refOne = static_cast<uint32_t>(uint64_t{1} << q);
+        refHalf = static_cast<uint32_t>((uint64_t{1} << q) >> 1);
+    }
+};
+
+// One pass over the block: a copy of the working set whose decoder registers
+// stay in registers for the whole pass.
+struct Pass {
+    uint8_t* dst;
+    std::ptrdiff_t step;
+    int width, height;
+    uint32_t* flags;
+    int fs;
+    const uint8_t* zc;
+    bool causal;
+    uint32_t sigValue, keepMask, refOne, refHalf;
+    MqDecoder mq;
+    RawDecoder raw;
+
+    explicit Pass(const Engine& e)
+        : dst(e.dst), step(e.step), width(e.width), height(e.height), flags(e.flags), fs(e.fs), zc(e.zc),
+          causal(e.causal), sigValue(e.sigValue), keepMask(e.keepMask), refOne(e.refOne), refHalf(e.refHalf),
+          mq(e.mq), raw(e.raw) {}
+    void finish(Engine& e) const {
+        e.mq = mq;
+        e.raw = raw;
+    }
+
+    [[gnu::always_inline]] uint32_t decode(uint32_t label) { return mq.decode(label); }
+    [[gnu::always_inline]] uint32_t rawBit() { return raw.read(); }
 
     // ------------------------------------------------------------ passes
     [[gnu::always_inline]] void mark(uint32_t* w, int r, uint32_t negative) {
@@ -353,6 +390,25 @@ struct Engine {
     }
 };
 
+template <bool Raw>
+void runSignificance(Engine& e) {
+    Pass p(e);
+    p.significancePass<Raw>();
+    p.finish(e);
+}
+template <bool Raw>
+void runRefinement(Engine& e) {
+    Pass p(e);
+    p.refinementPass<Raw>();
+    p.finish(e);
+}
+bool runCleanup(Engine& e, bool segmentation) {
+    Pass p(e);
+    const bool damaged = p.cleanupPass(segmentation);
+    p.finish(e);
+    return damaged;
+}
+
 // ---------------------------------------------------------------- Step
 void loadEngine(const ZebJ2kDecodeState* st, Engine& e) {
     e.dst = reinterpret_cast<uint8_t*>(st->dst);
@@ -364,40 +420,40 @@ void loadEngine(const ZebJ2kDecodeState* st, Engine& e) {
     e.zc = st->zeroCodingTable;
     e.causal = (st->flags & kStyleCausal) != 0;
     for (int i = 0; i < kContextCount; ++i)
-        e.cx[i] = static_cast<uint8_t>(2 * st->contextIndex[i] + (st->contextMps[i] & 1));
-    e.data = st->mqData;
-    e.len = st->mqLength;
-    e.pos = st->mqPosition;
-    e.a = st->regA;
-    e.c = st->regC;
-    e.ct = st->regCT;
-    e.ended = static_cast<uint32_t>(st->mqEnded);
-    e.rdata = st->rawData;
-    e.rlen = st->rawLength;
-    e.rpos = st->rawPosition;
-    e.rbit = st->rawBitIndex;
-    e.rbyte = st->rawByte;
+        e.mq.cx[i] = static_cast<uint8_t>(2 * st->contextIndex[i] + (st->contextMps[i] & 1));
+    e.mq.data = st->mqData;
+    e.mq.len = st->mqLength;
+    e.mq.pos = st->mqPosition;
+    e.mq.a = st->regA;
+    e.mq.c = st->regC;
+    e.mq.ct = st->regCT;
+    e.mq.ended = static_cast<uint32_t>(st->mqEnded);
+    e.raw.data = st->rawData;
+    e.raw.len = st->rawLength;
+    e.raw.pos = st->rawPosition;
+    e.raw.bit = st->rawBitIndex;
+    e.raw.byte = st->rawByte;
 }
 
 void storeEngine(const Engine& e, ZebJ2kDecodeState* st) {
     for (int i = 0; i < kContextCount; ++i) {
-        st->contextIndex[i] = e.cx[i] >> 1;
-        st->contextMps[i] = e.cx[i] & 1;
+        st->contextIndex[i] = e.mq.cx[i] >> 1;
+        st->contextMps[i] = e.mq.cx[i] & 1;
     }
     st->scanSamples = e.dst;
     st->scanFlags = e.flags;
-    st->mqData = e.data;
-    st->mqLength = e.len;
-    st->mqPosition = e.pos;
-    st->regA = e.a;
-    st->regC = e.c;
-    st->regCT = e.ct;
-    st->mqEnded = static_cast<int32_t>(e.ended);
-    st->rawData = e.rdata;
-    st->rawLength = e.rlen;
-    st->rawPosition = e.rpos;
-    st->rawBitIndex = e.rbit;
-    st->rawByte = static_cast<uint8_t>(e.rbyte);
+    st->mqData = e.mq.data;
+    st->mqLength = e.mq.len;
+    st->mqPosition = e.mq.pos;
+    st->regA = e.mq.a;
+    st->regC = e.mq.c;
+    st->regCT = e.mq.ct;
+    st->mqEnded = static_cast<int32_t>(e.mq.ended);
+    st->rawData = e.raw.data;
+    st->rawLength = e.raw.len;
+    st->rawPosition = e.raw.pos;
+    st->rawBitIndex = e.raw.bit;
+    st->rawByte = static_cast<uint8_t>(e.raw.byte);
 }
 
 void initialContexts(ZebJ2kDecodeState* st) {
@@ -424,7 +480,7 @@ ZebStatus stepState(ZebJ2kDecodeState* st, const uint8_t* src, int length) {
 
     // Contexts return to their start after every MQ pass under reset.
     auto afterMq = [&] {
-        if (reset) e.resetContexts();
+        if (reset) e.mq.resetContexts();
     };
 
     if (flags & kStyleTermAll) {
@@ -432,9 +488,9 @@ ZebStatus stepState(ZebJ2kDecodeState* st, const uint8_t* src, int length) {
         switch (next) {
             case kPassMqCleanup:
             case kPassMqCleanupAfterRaw: {
-                e.mqStart(src, length);
-                bool d = e.cleanupPass(segmentation);
-                if (check) d = e.mqTestDamaged() || d;
+                e.mq.start(src, length);
+                bool d = runCleanup(e, segmentation);
+                if (check) d = e.mq.testDamaged() || d;
                 damage = d;
                 afterMq();
                 --plane;
@@ -442,38 +498,38 @@ ZebStatus stepState(ZebJ2kDecodeState* st, const uint8_t* src, int length) {
                 break;
             }
             case kPassMqRefinement:
-                e.mqStart(src, length);
-                e.refinementPass<false>();
-                if (check) damage = e.mqTestDamaged();
+                e.mq.start(src, length);
+                runRefinement<false>(e);
+                if (check) damage = e.mq.testDamaged();
                 afterMq();
                 next = kPassMqCleanup;
                 break;
             case kPassMqSignificance:
-                e.mqStart(src, length);
-                e.significancePass<false>();
-                if (check) damage = e.mqTestDamaged();
+                e.mq.start(src, length);
+                runSignificance<false>(e);
+                if (check) damage = e.mq.testDamaged();
                 afterMq();
                 next = kPassMqRefinement;
                 break;
             case kPassRawRefinement:
-                e.rawStart(src, length);
-                e.refinementPass<true>();
-                damage = e.rawTestDamaged();
+                e.raw.start(src, length);
+                runRefinement<true>(e);
+                damage = e.raw.testDamaged();
                 next = kPassMqCleanupAfterRaw;
                 break;
             default:  // kPassRawSignificance
-                e.rawStart(src, length);
-                e.significancePass<true>();
-                damage = e.rawTestDamaged();
+                e.raw.start(src, length);
+                runSignificance<true>(e);
+                damage = e.raw.testDamaged();
                 next = kPassRawRefinement;
                 break;
         }
         --counter;
     } else if (next == kPassMqCleanupAfterRaw) {
         e.setPlane(plane);
-        e.mqStart(src, length);
-        bool d = e.cleanupPass(segmentation);
-        if (check) d = e.mqTestDamaged() || d;
+        e.mq.start(src, length);
+        bool d = runCleanup(e, segmentation);
+        if (check) d = e.mq.testDamaged() || d;
         damage = d;
         afterMq();
         if (--counter > 0) {
@@ -482,20 +538,20 @@ ZebStatus stepState(ZebJ2kDecodeState* st, const uint8_t* src, int length) {
         }
     } else if (next == kPassRawSignificance) {
         e.setPlane(plane);
-        e.rawStart(src, length);
-        e.significancePass<true>();
+        e.raw.start(src, length);
+        runSignificance<true>(e);
         if (--counter > 0) {
-            e.refinementPass<true>();
-            damage = e.rawTestDamaged();
+            runRefinement<true>(e);
+            damage = e.raw.testDamaged();
             --counter;
             next = kPassMqCleanupAfterRaw;
         }
     } else {
-        e.mqStart(src, length);
+        e.mq.start(src, length);
         for (;;) {
             e.setPlane(plane);
-            bool d = e.cleanupPass(segmentation);
-            if (check && plane == bypassPlane) d = e.mqTestDamaged() || d;
+            bool d = runCleanup(e, segmentation);
+            if (check && plane == bypassPlane) d = e.mq.testDamaged() || d;
             damage = damage || d;
             afterMq();
             if (--counter < 1) break;
@@ -505,10 +561,10 @@ ZebStatus stepState(ZebJ2kDecodeState* st, const uint8_t* src, int length) {
                 break;
             }
             e.setPlane(plane);
-            e.significancePass<false>();
+            runSignificance<false>(e);
             afterMq();
             if (--counter < 1) break;
-            e.refinementPass<false>();
+            runRefinement<false>(e);
             afterMq();
             if (--counter < 1) break;
         }
