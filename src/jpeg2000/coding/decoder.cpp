@@ -104,41 +104,29 @@ struct MqDecoder {
         } while ((a & 0x8000) == 0);
     }
 
+    // One decision. The three outcomes (lower sub-interval, upper one with
+    // and without renormalisation) and the conditional exchange are selected
+    // without branches: which symbol comes out is rarely predictable.
+    //   upper sub-interval (d <= C >> 16): C -= d << 16, A = Q, the MPS when
+    //     d < Q, else the LPS;
+    //   lower one: A = d; with bit 15 of d set the MPS and nothing else,
+    //     otherwise the LPS when d < Q, else the MPS.
+    // The result is the MPS flipped by (upper XOR d < Q); a renormalising
+    // decision moves the state on by that result.
     [[gnu::always_inline]] uint32_t decode(uint32_t label) {
         const uint32_t s = cx[label];
         const MqPackedRow& r = kMqPackedRows[s];
         const uint32_t q = r.qe;
         const uint32_t d = a - q;
-        const uint32_t mps = s & 1;
-        if (d <= (c >> 16)) {
-            c -= d << 16;
-            uint32_t out;
-            if (d < q) {
-                out = mps;
-                cx[label] = r.nextMps;
-            } else {
-                out = mps ^ 1;
-                cx[label] = r.nextLps;
-            }
-            a = q;
-            renormalise();
-            return out;
-        }
-        if (d & 0x8000) {
-            a = d;
-            return mps;
-        }
-        uint32_t out;
-        if (d < q) {
-            out = mps ^ 1;
-            cx[label] = r.nextLps;
-        } else {
-            out = mps;
-            cx[label] = r.nextMps;
-        }
-        a = d;
+        const uint32_t upper = d <= (c >> 16) ? 1u : 0u;
+        const uint32_t lps = upper ^ (d < q ? 1u : 0u);
+        c -= (d << 16) & (0u - upper);
+        const uint32_t na = upper ? q : d;
+        a = na;
+        if (na & 0x8000) return s & 1;
+        cx[label] = lps ? r.nextLps : r.nextMps;
         renormalise();
-        return out;
+        return (s & 1) ^ lps;
     }
 
     // The end test of a terminated MQ segment; true when it finds damage.
@@ -255,19 +243,35 @@ struct Pass {
 
     // Stripe loop: column(w0, w1, sp, rows) for every column of every stripe;
     // w0 is the flag word of rows 0 and 1, w1 that of rows 2 and 3, sp the
-    // column's first sample.
-    template <class Column>
-    [[gnu::always_inline]] void stripes(Column&& column) {
+    // column's first sample. Runs of eight columns whose words hold no sample
+    // the pass codes (none where work(word) has a bit set) are passed over
+    // with one vector test, and handed to skip(first word, second word) so
+    // that a pass can still update their flags.
+    template <class Work, class Skip, class Column>
+    [[gnu::always_inline]] void stripes(Work&& work, Skip&& skip, Column&& column) {
         uint8_t* sp = dst;
         uint32_t* f0 = flags;
         for (int y0 = 0; y0 < height; y0 += 4) {
             const int rows = std::min(4, height - y0);
             uint32_t* f1 = f0 + fs;
-            for (int x = 0; x < width; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+            int x = 0;
+            for (; x + 8 <= width; x += 8) {
+                __m256i* p0 = reinterpret_cast<__m256i*>(f0 + x);
+                __m256i* p1 = reinterpret_cast<__m256i*>(f1 + x);
+                __m256i v = work(_mm256_loadu_si256(p0));
+                if (rows > 2) v = _mm256_or_si256(v, work(_mm256_loadu_si256(p1)));
+                if (_mm256_testz_si256(v, v)) {
+                    skip(p0, rows > 2 ? p1 : nullptr);
+                    continue;
+                }
+                for (int k = x; k < x + 8; ++k) column(f0 + k, f1 + k, sp + 4 * k, rows);
+            }
+            for (; x < width; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
             sp += 4 * step;
             f0 += 2 * fs;
         }
     }
+    static void noSkip(__m256i*, __m256i*) {}
 
     template <bool Raw>
     [[gnu::always_inline]] void significanceSample(uint32_t* w, uint8_t* sp, int r) {
@@ -293,7 +297,10 @@ struct Pass {
     template <bool Raw>
     void significancePass() {
         const std::ptrdiff_t st = step;
-        stripes([&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
+        // Samples with a significant neighbour that are not significant.
+        const __m256i nb = _mm256_set1_epi32(static_cast<int>(kPairNeighbour));
+        auto work = [nb](__m256i w) { return _mm256_andnot_si256(_mm256_srli_epi32(w, 2), _mm256_and_si256(w, nb)); };
+        stripes(work, noSkip, [&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
             if (*w0 & kPairNeighbour) {
                 significanceSample<Raw>(w0, sp, 0);
                 if (rows > 1) significanceSample<Raw>(w0, sp + st, 1);
@@ -324,7 +331,10 @@ struct Pass {
     template <bool Raw>
     void refinementPass() {
         const std::ptrdiff_t st = step;
-        stripes([&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
+        // Significant samples not visited on this plane.
+        const __m256i sg = _mm256_set1_epi32(static_cast<int>(kPairSig));
+        auto work = [sg](__m256i w) { return _mm256_andnot_si256(_mm256_slli_epi32(w, 1), _mm256_and_si256(w, sg)); };
+        stripes(work, noSkip, [&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
             if (*w0 & kPairSig) {
                 refineSample<Raw>(w0, sp, 0);
                 if (rows > 1) refineSample<Raw>(w0, sp + st, 1);
@@ -353,7 +363,16 @@ struct Pass {
     // Returns true when the segmentation symbols came out wrong.
     bool cleanupPass(bool segmentation) {
         const std::ptrdiff_t st = step;
-        stripes([&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
+        // Samples neither significant nor visited; passed-over columns still
+        // lose their visited bits.
+        const __m256i sg = _mm256_set1_epi32(static_cast<int>(kPairSig));
+        const __m256i vis = _mm256_set1_epi32(static_cast<int>(kPairVisited));
+        auto work = [sg](__m256i w) { return _mm256_andnot_si256(_mm256_or_si256(w, _mm256_slli_epi32(w, 1)), sg); };
+        auto skip = [vis](__m256i* p0, __m256i* p1) {
+            _mm256_storeu_si256(p0, _mm256_andnot_si256(vis, _mm256_loadu_si256(p0)));
+            if (p1) _mm256_storeu_si256(p1, _mm256_andnot_si256(vis, _mm256_loadu_si256(p1)));
+        };
+        stripes(work, skip, [&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
             int r = 0;
             if (rows == 4 && (*w0 | *w1) == 0) {
                 if (!decode(kLabelRunLength)) return;

@@ -589,7 +589,7 @@ TEST(J2kDecodeRoundTrip, ResumePassByPassUnderTermAll) {
         for (int p = 0; p < c.passes; ++p) {
             ASSERT_EQ(zebiDecodeCBProgrSetPassCounter_JPEG2K(1, sm.st), zebStatusOk);
             std::unique_ptr<uint8_t[]> seg(new uint8_t[std::max(c.segLens[p], 1)]);
-            std::memcpy(seg.get(), c.bytes.data() + at, c.segLens[p]);
+            if (c.segLens[p] > 0) std::memcpy(seg.get(), c.bytes.data() + at, c.segLens[p]);
             at += c.segLens[p];
             const ZebStatus r = zebiDecodeCBProgrStep_JPEG2K(seg.get(), c.segLens[p], sm.st);
             EXPECT_TRUE(r == zebStatusOk || r == zebStatusJ2kCodeBlockError);
@@ -756,7 +756,7 @@ TEST(J2kDecodeDamage, FuzzEveryFlag) {
         int firstError = -1, errorPlaneProg = 0;
         for (size_t s = 0; s < c.segLens.size(); ++s) {
             std::unique_ptr<uint8_t[]> seg(new uint8_t[std::max(c.segLens[s], 1)]);
-            std::memcpy(seg.get(), c.bytes.data() + at, c.segLens[s]);
+            if (c.segLens[s] > 0) std::memcpy(seg.get(), c.bytes.data() + at, c.segLens[s]);
             at += c.segLens[s];
             const ZebStatus r = zebiDecodeCBProgrStep_JPEG2K(seg.get(), c.segLens[s], sm.st);
             ASSERT_TRUE(r == zebStatusOk || r == zebStatusJ2kCodeBlockError);
