@@ -775,12 +775,13 @@ ZebStatus zebimpl::zebiDecodeCodeBlock_JPEG2K_1u32s_C1R(const Zeb8u* src, Zeb32s
     state->passCounter = passCount;
 
     ZebStatus result = zebStatusOk;
-    // The segments stand back to back; their lengths are trusted.
-    uintptr_t at = reinterpret_cast<uintptr_t>(src);
+    // The segments stand back to back; their lengths are trusted. A negative
+    // length reads as an empty segment and moves nothing.
+    const uint8_t* at = src;
     for (int i = 0; i < segmentCount; ++i) {
         const int n = segmentLengths[i];
-        result = stepState(state, reinterpret_cast<const uint8_t*>(at), n);
-        at += static_cast<uintptr_t>(static_cast<intptr_t>(n));
+        result = stepState(state, at, n);
+        if (n > 0) at += n;
         if (result != zebStatusOk) break;
     }
 

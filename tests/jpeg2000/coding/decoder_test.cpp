@@ -790,6 +790,50 @@ TEST(J2kDecodeDamage, FuzzEveryFlag) {
     }
 }
 
+// Random bytes, random segment lengths (empty and negative ones too), pass
+// and plane counts beyond what a block can have, every flag bit: the
+// decoders stay inside their data and the block.
+TEST(J2kDecodeDamage, FuzzRandomArguments) {
+    std::mt19937 g(22);
+    for (int round = 0; round < 3000; ++round) {
+        const int w = 1 + static_cast<int>(g() % 24), h = 1 + static_cast<int>(g() % 24);
+        const int segments = static_cast<int>(g() % 6);
+        std::vector<int> lens(std::max(segments, 1));
+        int total = 0;
+        for (int& l : lens) {
+            const int k = static_cast<int>(g() % 8);
+            l = k == 0 ? -static_cast<int>(g() % 5) : (k == 1 ? 0 : static_cast<int>(g() % 40));
+            if (l > 0) total += l;
+        }
+        std::unique_ptr<uint8_t[]> data(new uint8_t[std::max(total, 1)]);
+        for (int i = 0; i < total; ++i) data[i] = static_cast<uint8_t>((g() % 4 == 0) ? 0xFF : g());
+        const int planes = static_cast<int>(g() % 40);
+        const int passes = static_cast<int>(g() % 130) - 5;
+        const int flags = static_cast<int>(g() & 0x1F003F);
+        const int step = 4 * w + 4 * static_cast<int>(g() % 3);
+        GuardedBuffer dst(static_cast<size_t>(step) * h, g() % 4);
+        StateMemory sm({w, h});
+        int errorPlane = 0;
+        const ZebStatus r = zebiDecodeCodeBlock_JPEG2K_1u32s_C1R(data.get(), dst.as<Zeb32s>(), step, {w, h},
+                                                                 static_cast<int>(g() % 5), planes, passes,
+                                                                 lens.data(), segments, flags, &errorPlane, sm.st);
+        ASSERT_TRUE(r == zebStatusOk || r == zebStatusJ2kCodeBlockError) << round;
+        EXPECT_TRUE(dst.guardsIntact()) << round;
+        // The progressive decoder on the same segments, one Step each.
+        std::vector<uint32_t> blk(static_cast<size_t>(w) * h);
+        ASSERT_EQ(zebiDecodeCBProgrAttach_JPEG2K_32s_C1R(reinterpret_cast<Zeb32s*>(blk.data()), 4 * w, {w, h}, sm.st,
+                                                         0, planes, flags),
+                  zebStatusOk);
+        ASSERT_EQ(zebiDecodeCBProgrSetPassCounter_JPEG2K(passes, sm.st), zebStatusOk);
+        const uint8_t* at = data.get();
+        for (int s = 0; s < segments; ++s) {
+            const ZebStatus rs = zebiDecodeCBProgrStep_JPEG2K(at, lens[s], sm.st);
+            ASSERT_TRUE(rs == zebStatusOk || rs == zebStatusJ2kCodeBlockError);
+            if (lens[s] > 0) at += lens[s];
+        }
+    }
+}
+
 TEST(J2kDecodeDamage, SegmentationFailureStopsTheOneCallDecoder) {
     Encoder enc;
     std::mt19937 g(19);
