@@ -301,11 +301,11 @@ struct Pass {
         const __m256i nb = _mm256_set1_epi32(static_cast<int>(kPairNeighbour));
         auto work = [nb](__m256i w) { return _mm256_andnot_si256(_mm256_srli_epi32(w, 2), _mm256_and_si256(w, nb)); };
         stripes(work, noSkip, [&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
-            if (*w0 & kPairNeighbour) {
+            if (*w0 & kPairNeighbour & ~(*w0 >> 2)) {
                 significanceSample<Raw>(w0, sp, 0);
                 if (rows > 1) significanceSample<Raw>(w0, sp + st, 1);
             }
-            if (rows > 2 && (*w1 & kPairNeighbour)) {
+            if (rows > 2 && (*w1 & kPairNeighbour & ~(*w1 >> 2))) {
                 significanceSample<Raw>(w1, sp + 2 * st, 2);
                 if (rows > 3) significanceSample<Raw>(w1, sp + 3 * st, 3);
             }
@@ -335,11 +335,11 @@ struct Pass {
         const __m256i sg = _mm256_set1_epi32(static_cast<int>(kPairSig));
         auto work = [sg](__m256i w) { return _mm256_andnot_si256(_mm256_slli_epi32(w, 1), _mm256_and_si256(w, sg)); };
         stripes(work, noSkip, [&](uint32_t* w0, uint32_t* w1, uint8_t* sp, int rows) __attribute__((always_inline)) {
-            if (*w0 & kPairSig) {
+            if (*w0 & kPairSig & ~(*w0 << 1)) {
                 refineSample<Raw>(w0, sp, 0);
                 if (rows > 1) refineSample<Raw>(w0, sp + st, 1);
             }
-            if (rows > 2 && (*w1 & kPairSig)) {
+            if (rows > 2 && (*w1 & kPairSig & ~(*w1 << 1))) {
                 refineSample<Raw>(w1, sp + 2 * st, 0);
                 if (rows > 3) refineSample<Raw>(w1, sp + 3 * st, 1);
             }
@@ -381,21 +381,20 @@ struct Pass {
                 decodeSign(r < 2 ? w0 : w1, sp + r * st, r);
                 ++r;
             }
-            switch (r) {
-                case 0:
-                    cleanupSample(w0, sp, 0);
-                    [[fallthrough]];
-                case 1:
-                    if (rows > 1) cleanupSample(w0, sp + st, 1);
-                    [[fallthrough]];
-                case 2:
-                    if (rows > 2) cleanupSample(w1, sp + 2 * st, 2);
-                    [[fallthrough]];
-                case 3:
-                    if (rows > 3) cleanupSample(w1, sp + 3 * st, 3);
-                    break;
-                default:
-                    break;
+            // A word whose samples are all significant or visited has
+            // nothing to code; coding its neighbours cannot change that.
+            auto open = [](uint32_t w) { return (~(w | (w << 1)) & kPairSig) != 0; };
+            if (r == 0 && open(*w0)) {
+                cleanupSample(w0, sp, 0);
+                if (rows > 1) cleanupSample(w0, sp + st, 1);
+            } else if (r == 1 && rows > 1) {
+                cleanupSample(w0, sp + st, 1);
+            }
+            if (r <= 2 && rows > 2 && open(*w1)) {
+                cleanupSample(w1, sp + 2 * st, 2);
+                if (rows > 3) cleanupSample(w1, sp + 3 * st, 3);
+            } else if (r == 3 && rows > 3) {
+                cleanupSample(w1, sp + 3 * st, 3);
             }
             *w0 &= ~kPairVisited;
             if (rows > 2) *w1 &= ~kPairVisited;
