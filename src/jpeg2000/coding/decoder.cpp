@@ -76,7 +76,14 @@ struct MqDecoder {
             ct = 8;
             return;
         }
-        const uint32_t b = byteAt(pos), b1 = byteAt(pos + 1);
+        uint32_t b, b1;
+        if (pos + 1 < len) {
+            b = data[pos];
+            b1 = data[pos + 1];
+        } else {
+            b = byteAt(pos);
+            b1 = byteAt(pos + 1);
+        }
         if (b < 255) {
             ++pos;
             c += 0xFF00u - (b1 << 8);
