@@ -585,6 +585,87 @@ ZEBAPI ZebStatus zebiEncodeGetTermPassLen_JPEG2K(const ZebJ2kEncodeState* state,
 
 /* ------------------------------------------------------------------ JPEG 2000 code-block decoders */
 
+/* The decoders write 32-bit sign-magnitude words: bit 31 the sign, plane 0 at
+ * bit 0. While decoding, a significant sample carries a 1 just below its last
+ * decoded plane (the middle of the interval left open). */
+
+/* Decoder flags, ORed with the code-style bits of the encoder (zebJ2kCausal
+ * to zebJ2kSegmentationSymbols), which must equal the encoder's. */
+enum {
+    zebJ2kTruncateAtError = 0x10000,  /* one-call decoder: cut the block back to the plane in error */
+    zebJ2kKeepBlock = 0x20000,        /* attach leaves the samples alone (the caller cleared them) */
+    zebJ2kKeepHalfBit = 0x40000,      /* one-call decoder: the half-bits stay in the result */
+    zebJ2kKeepFlagRows = 0x80000,     /* attach leaves the flag rows alone (they are zero already) */
+    zebJ2kCheckTermination = 0x100000 /* test the end of each terminated MQ segment */
+};
+
+/* Caller-held decoder state, mark 0x434D4150. Its size comes from
+ * zebiDecodeCBProgrGetStateSize_JPEG2K: these fixed fields, then the
+ * neighbour-flag rows from the first 32-byte boundary behind them. The memory
+ * must be aligned for a pointer. Nobody outside the library reads the fields. */
+typedef struct ZebJ2kDecodeState {
+    uint32_t mark;
+    Zeb32s* dst;
+    int32_t width, height, dstStep;
+    int32_t plane;
+    Zeb8u* scanSamples;  /* first sample and flag word of the scan */
+    uint32_t* scanFlags;
+    const uint8_t* zeroCodingTable;
+    uint32_t* flagRows;
+    int32_t flagStride; /* bytes */
+    const uint8_t* mqData;
+    int32_t mqLength, mqPosition;
+    uint32_t regA, regC, regCT;
+    int32_t contextIndex[19];
+    int32_t contextMps[19];
+    int32_t mqEnded;
+    const uint8_t* rawData;
+    int32_t rawLength, rawPosition;
+    int32_t rawBitIndex;
+    uint8_t rawByte;
+    int32_t nextPass;
+    int32_t passCounter;
+    int32_t bypassPlane;
+    int32_t flags;
+    int32_t errorSeen;
+    int32_t attached;
+} ZebJ2kDecodeState;
+
+/* Bytes of a state for blocks up to maxBlockSize. */
+ZEBAPI ZebStatus zebiDecodeCBProgrGetStateSize_JPEG2K(ZebSize maxBlockSize, int* size);
+/* Makes a state of memory of that size: writes the mark, no block attached. */
+ZEBAPI ZebStatus zebiDecodeCBProgrInit_JPEG2K(ZebJ2kDecodeState* state);
+/* Allocates and initialises a state; -9 (handle set to null) on failure. */
+ZEBAPI ZebStatus zebiDecodeCBProgrInitAlloc_JPEG2K(ZebJ2kDecodeState** state, ZebSize maxBlockSize);
+/* Releases a state made by zebiDecodeCBProgrInitAlloc_JPEG2K. */
+ZEBAPI ZebStatus zebiDecodeCBProgrFree_JPEG2K(ZebJ2kDecodeState* state);
+/* Attaches a block: planeCount coded planes (the first pass runs on plane
+ * planeCount - 1), subband as for the encoder, flags as above. Clears the
+ * block unless zebJ2kKeepBlock. */
+ZEBAPI ZebStatus zebiDecodeCBProgrAttach_JPEG2K_32s_C1R(Zeb32s* dst, int dstStep, ZebSize blockSize,
+                                                        ZebJ2kDecodeState* state, int subband, int planeCount,
+                                                        int flags);
+/* Sets the number of passes still to decode. */
+ZEBAPI ZebStatus zebiDecodeCBProgrSetPassCounter_JPEG2K(int passes, ZebJ2kDecodeState* state);
+/* Passes still to decode (counts down). */
+ZEBAPI ZebStatus zebiDecodeCBProgrGetPassCounter_JPEG2K(const ZebJ2kDecodeState* state, int* passes);
+/* The current plane, -1 when all planes are done. */
+ZEBAPI ZebStatus zebiDecodeCBProgrGetCurBitPlaneNum_JPEG2K(const ZebJ2kDecodeState* state, int* plane);
+/* Decodes one codeword segment: one pass under zebJ2kTermAll, else the passes
+ * between two terminations. -112 when a pass reported damage (the passes are
+ * decoded all the same); -180 with no block attached. */
+ZEBAPI ZebStatus zebiDecodeCBProgrStep_JPEG2K(const Zeb8u* src, int length, ZebJ2kDecodeState* state);
+/* Decodes a whole block from its segments (lengths in segmentLengths, bytes
+ * back to back at src) with a state of zebiDecodeGetBufSize_JPEG2K bytes.
+ * On damage (-112) errorPlane, if not null, receives the plane in error. */
+ZEBAPI ZebStatus zebiDecodeCodeBlock_JPEG2K_1u32s_C1R(const Zeb8u* src, Zeb32s* dst, int dstStep, ZebSize blockSize,
+                                                      int subband, int planeCount, int passCount,
+                                                      const int* segmentLengths, int segmentCount, int flags,
+                                                      int* errorPlane, ZebJ2kDecodeState* state);
+/* Working-buffer size of the one-call decoder for blocks up to maxBlockSize. */
+ZEBAPI ZebStatus zebiDecodeGetBufSize_JPEG2K(ZebSize maxBlockSize, int* size);
+
+
 /* (end of JPEG 2000 code-block decoders) */
 
 /* ------------------------------------------------------------------ JPEG 2000 component transforms */

@@ -209,3 +209,29 @@ inline uint32_t signEntryOf(uint32_t half) { return kSignTable[(half >> 4) & 0x1
 inline uint32_t refinementLabelOf(uint32_t half) { return kRefinementTable[half & 0x1FF]; }
 
 }  // namespace zeb::j2k
+
+namespace zeb::j2k {
+
+// ---------------------------------------------------------------- packed MQ states
+// A context's state in one byte, probability row * 2 + more probable symbol,
+// with both successors precomputed in the same form: the switch of the LPS
+// row is folded into its successor.
+struct MqPackedRow {
+    uint32_t qe;
+    uint8_t nextMps, nextLps;
+};
+namespace detail {
+constexpr std::array<MqPackedRow, 94> makePackedRows() {
+    std::array<MqPackedRow, 94> t{};
+    for (int i = 0; i < 47; ++i)
+        for (int mps = 0; mps < 2; ++mps) {
+            const MqRow& r = kMqTable[i];
+            t[2 * i + mps] = {r.qe, static_cast<uint8_t>(2 * r.nextMps + mps),
+                              static_cast<uint8_t>(2 * r.nextLps + (r.swap ? 1 - mps : mps))};
+        }
+    return t;
+}
+}  // namespace detail
+inline constexpr auto kMqPackedRows = detail::makePackedRows();
+
+}  // namespace zeb::j2k

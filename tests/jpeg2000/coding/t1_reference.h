@@ -137,10 +137,11 @@ struct Decoder {
     int w, h, subband, style;
     std::vector<int> sig, neg, visit, refined;
     std::vector<uint32_t> mag;
+    std::vector<int> last;  // plane of each sample's last decoded bit, -1 before it is significant
 
     Decoder(int width, int height, int sb, int st)
         : w(width), h(height), subband(sb), style(st), sig(w * h), neg(w * h), visit(w * h), refined(w * h),
-          mag(w * h) {}
+          mag(w * h), last(w * h, -1) {}
 
     // Significance and sign of a neighbour, seen from (x, y).
     bool nsig(int x, int y, int nx, int ny) const {
@@ -201,6 +202,7 @@ struct Decoder {
                         neg[i] = raw ? rw.get() : decodeSign(mq, x, y);
                         sig[i] = 1;
                         mag[i] |= 1u << p;
+                        last[i] = p;
                     }
                 }
     }
@@ -219,6 +221,7 @@ struct Decoder {
                     }
                     refined[i] = 1;
                     mag[i] |= static_cast<uint32_t>(bit) << p;
+                    last[i] = p;
                 }
     }
     bool cleanPass(int p, Mq& mq) {
@@ -241,6 +244,7 @@ struct Decoder {
                             neg[i] = decodeSign(mq, x, y0 + r);
                             sig[i] = 1;
                             mag[i] |= 1u << p;
+                            last[i] = p;
                             y = y0 + r + 1;
                         }
                     }
@@ -252,6 +256,7 @@ struct Decoder {
                         neg[i] = decodeSign(mq, x, y);
                         sig[i] = 1;
                         mag[i] |= 1u << p;
+                        last[i] = p;
                     }
                 }
             }
