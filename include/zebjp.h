@@ -502,6 +502,41 @@ ZEBAPI ZebStatus zebiWTInvRow_D97_JPEG2K_32s_C1R(const Zeb32s* srcLow, int srcLo
 /* (end of JPEG 2000 9/7 wavelet) */
 
 /* ------------------------------------------------------------------ JPEG 2000 whole-block wavelet drivers */
+/* One complete level of the 5/3 or 9/7 transform on a region, with the
+ * symmetric extension, the parity of rect->x and rect->y, and lines of one
+ * and two samples. The result keeps the low band first along each line: LL
+ * top left, LH (vertically high-pass) bottom left, HL top right, HH bottom
+ * right; the C1R forms take or give the four bands through arrays of four
+ * pointers and steps in that order (LL, LH, HL, HH). buffer is caller work
+ * memory of at least the size that the matching GetBufSize form reports
+ * (in bytes; 0 is possible, buffer must still be non-null). The C1IR forms
+ * do not check the region's size. 16s 9/7 works with 14 fraction bits and
+ * truncates to 16 bits; 32s 9/7 lifts in single precision. */
+
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, const ZebTileRect* rect, Zeb16s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, const ZebTileRect* rect, Zeb32s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, const ZebTileRect* rect, Zeb16s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, const ZebTileRect* rect, Zeb32s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_16s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_16s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_32s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_32s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_16s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_16s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_32s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_32s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_16s_C1R(const Zeb16s* const src[4], const int srcStep[4], Zeb16s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_32s_C1R(const Zeb32s* const src[4], const int srcStep[4], Zeb32s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_16s_C1R(const Zeb16s* const src[4], const int srcStep[4], Zeb16s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_32s_C1R(const Zeb32s* const src[4], const int srcStep[4], Zeb32s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
 
 /* (end of JPEG 2000 whole-block wavelet drivers) */
 
