@@ -255,7 +255,8 @@ void invLift53_32s_c(const int32_t* lo, const int32_t* h0, const int32_t* h1, co
                      int32_t* odd, int32_t* even, int32_t w);
 
 // ------------------------------------------------------------ 9/7 kernels
-// Rows (one per call) in the float, 16-fraction-bit and 16-bit forms; float
+// Rows (one per call) in the float, 16-fraction-bit and 16-bit forms (the
+// float and 16-bit ones with vector blocks of eight band samples); float
 // columns with a scalar twin; single lifting steps. The float and 16-bit
 // lifting steps have vector forms with scalar twins; the 32-bit forms carry
 // 64-bit products and are scalar throughout.
@@ -265,6 +266,13 @@ void fwdRow97_32f(const float* x, float* lo, float* hi, int32_t w, int32_t phase
 void invRow97_16s(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase);
 void invRow97_32s(const int32_t* lo, const int32_t* hi, int32_t* x, int32_t w, int32_t phase);
 void invRow97_32f(const float* lo, const float* hi, float* x, int32_t w, int32_t phase);
+// Scalar twins of the 16-bit and float rows. The 16-bit inverse vector blocks
+// wrap the subtractions of their first two steps where single samples
+// saturate; everything else agrees on all data.
+void fwdRow97_16s_c(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase);
+void fwdRow97_32f_c(const float* x, float* lo, float* hi, int32_t w, int32_t phase);
+void invRow97_16s_c(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase);
+void invRow97_32f_c(const float* lo, const float* hi, float* x, int32_t w, int32_t phase);
 
 void fwdCol97_32f(const float* x, int32_t xs, float* lo, int32_t ls, float* hi, int32_t hs, int32_t w, int32_t h,
                   int32_t phase);

@@ -124,48 +124,149 @@ inline bool edgeAt(int32_t pos, int32_t w) { return pos <= 0 || pos >= 2 * w - 1
 // Low-pass values that take the two-rounding end form of the 32-bit rows.
 inline bool lowEnd(int32_t i, int32_t w, int p) { return p == 0 ? i == w - 1 : i >= w - 2; }
 
+// Vector forms of the chain on eight band indices at once. VecF: the float
+// form (only positions off the edges reach it). VecH: the 15-fraction-bit
+// form in 32-bit lanes, saturating like the single samples, except that the
+// subtractions of the first two inverse steps wrap at 16 bits.
+struct VecF : Float97<__m256> {
+    using V = __m256;
+    using W = float;
+    static __m256 ld(const float* p) { return _mm256_loadu_ps(p); }
+    static void st(float* p, __m256 v) { _mm256_storeu_ps(p, v); }
+};
+
+struct VecH {
+    using W = int32_t;
+    using V = __m256i;
+    static V ld(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
+    static void st(int32_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static V clamp(V v) { return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_set1_epi32(-32768)), _mm256_set1_epi32(32767)); }
+    static V wrap(V v) { return _mm256_srai_epi32(_mm256_slli_epi32(v, 16), 16); }
+    static V sats(V a, V b) { return clamp(_mm256_add_epi32(a, b)); }
+    static V dbl(V s) { return clamp(_mm256_add_epi32(s, s)); }
+    static V mulr(V v, int32_t c) {
+        return _mm256_srai_epi32(_mm256_add_epi32(_mm256_mullo_epi32(v, _mm256_set1_epi32(c)), _mm256_set1_epi32(16384)), 15);
+    }
+    static V A(V x, V n1, V n2, bool) { return clamp(_mm256_add_epi32(x, mulr(dbl(sats(n1, n2)), -25987))); }
+    static V B(V x, V n1, V n2, bool) { return clamp(_mm256_add_epi32(x, mulr(sats(n1, n2), -1736))); }
+    static V C(V a, V n1, V n2, bool) { return clamp(_mm256_add_epi32(a, mulr(sats(n1, n2), 28931))); }
+    static V Lo(V b, V c1, V c2, bool, bool) {
+        return clamp(_mm256_add_epi32(mulr(b, 26637), _mm256_srai_epi32(mulr(sats(c1, c2), 23627), 1)));
+    }
+    static V Hi(V c) { return mulr(dbl(c), 20155); }
+    static V iB(V l, V h1, V h2, bool) { return wrap(_mm256_sub_epi32(mulr(dbl(l), 20155), mulr(sats(h1, h2), 11813))); }
+    static V iA(V h, V b1, V b2, bool) { return wrap(_mm256_sub_epi32(mulr(h, 26637), mulr(sats(b1, b2), 28931))); }
+    static V iXE(V b, V a1, V a2, bool) { return clamp(_mm256_add_epi32(b, mulr(sats(a1, a2), 1736))); }
+    static V iXO(V a, V x1, V x2, bool) { return clamp(_mm256_add_epi32(a, mulr(dbl(sats(x1, x2)), 25987))); }
+};
+
+// No vector form: the scalar twins.
+struct NoVec {
+    using V = int;
+    template <class T>
+    static V ld(const T*) { return 0; }
+    template <class T>
+    static void st(T*, V) {}
+    static V A(V, V, V, bool) { return 0; }
+    static V B(V, V, V, bool) { return 0; }
+    static V C(V, V, V, bool) { return 0; }
+    static V Lo(V, V, V, bool, bool) { return 0; }
+    static V Hi(V) { return 0; }
+    static V iB(V, V, V, bool) { return 0; }
+    static V iA(V, V, V, bool) { return 0; }
+    static V iXE(V, V, V, bool) { return 0; }
+    static V iXO(V, V, V, bool) { return 0; }
+};
+template <class VP>
+constexpr bool kVec = !std::is_same_v<VP, NoVec>;
+
+// One pass over band indices [lo, hi]: single samples on the edges, blocks
+// of eight in between when a vector form is given (VP not void).
+template <class VP, class Pos, class One, class Vec>
+inline void pass(int32_t lo, int32_t hi, int32_t w, Pos&& pos, One&& one, Vec&& vec) {
+    int32_t i = lo;
+    if constexpr (kVec<VP>) {
+        for (; i <= hi && edgeAt(pos(i), w); ++i) one(i);
+        for (; i + 7 <= hi && !edgeAt(pos(i + 7), w); i += 8) vec(i);
+    }
+    for (; i <= hi; ++i) one(i);
+}
+
+
 // Forward run: reads xl(i) = x[2i+p] for i in [i0-2, i1+1] and xh(i) =
 // x[2i+1-p] for i in [i0-2+p, i1+p]; calls out(i, L, H) for i in [i0, i1).
-// seed(stage, ref, lo, hi) may replace working values left of the interior (16-bit rows).
-template <class P, int RUN, class XL, class XH, class Seed, class Out>
+// seed(stage, ref, lo, hi) may replace working values left of the interior
+// (16-bit rows).
+template <class P, int RUN, class VP = NoVec, class XL, class XH, class Seed, class Out>
 void fwdRun(int32_t i0, int32_t i1, int32_t w, int p, XL&& xl, XH&& xh, Seed&& seed, Out&& out) {
     using W = typename P::W;
-    W bl[RUN + 8], bh[RUN + 8], a[RUN + 8], b[RUN + 8], c[RUN + 8];
+    W bl[RUN + 16], bh[RUN + 16], a[RUN + 16], b[RUN + 16], c[RUN + 16], lo[RUN + 16], hi[RUN + 16];
     auto at = [&](W* arr, int32_t i) -> W& { return arr[i - i0 + kPad]; };
+    auto ph = [&](int32_t i) { return posH(i, p); };
+    auto pl = [&](int32_t i) { return posL(i, p); };
     for (int32_t i = i0 - 2; i <= i1 + 1; ++i) at(bl, i) = xl(i);
     for (int32_t i = i0 - 2 + p; i <= i1 + p; ++i) at(bh, i) = xh(i);
-    for (int32_t i = i0 - 2 + p; i <= i1 + p; ++i)
-        at(a, i) = P::A(at(bh, i), at(bl, i - p), at(bl, i - p + 1), edgeAt(posH(i, p), w));
-    for (int32_t i = i0 - 1; i <= i1; ++i)
-        at(b, i) = P::B(at(bl, i), at(a, i - 1 + p), at(a, i + p), edgeAt(posL(i, p), w));
+    [[maybe_unused]] auto L3 = [&](W* d, W* s0, int32_t o0, W* s1, int32_t o1, W* s2, int32_t o2, auto f, int32_t i) {
+        if constexpr (kVec<VP>) VP::st(&at(d, i), f(VP::ld(&at(s0, i + o0)), VP::ld(&at(s1, i + o1)), VP::ld(&at(s2, i + o2))));
+    };
+    using V = typename VP::V;
+    pass<VP>(i0 - 2 + p, i1 + p, w, ph,
+             [&](int32_t i) { at(a, i) = P::A(at(bh, i), at(bl, i - p), at(bl, i - p + 1), edgeAt(ph(i), w)); },
+             [&](int32_t i) { L3(a, bh, 0, bl, -p, bl, 1 - p, [](V x, V y, V z) { return VP::A(x, y, z, false); }, i); });
+    pass<VP>(i0 - 1, i1, w, pl,
+             [&](int32_t i) { at(b, i) = P::B(at(bl, i), at(a, i - 1 + p), at(a, i + p), edgeAt(pl(i), w)); },
+             [&](int32_t i) { L3(b, bl, 0, a, p - 1, a, p, [](V x, V y, V z) { return VP::B(x, y, z, false); }, i); });
     seed(0, [&](int32_t i) -> W& { return at(b, i); }, i0 - 1, i1);
-    for (int32_t i = i0 - 1 + p; i <= i1 - 1 + p; ++i)
-        at(c, i) = P::C(at(a, i), at(b, i - p), at(b, i - p + 1), edgeAt(posH(i, p), w));
-    for (int32_t i = i0; i < i1; ++i)
-        out(i, P::Lo(at(b, i), at(c, i - 1 + p), at(c, i + p), edgeAt(posL(i, p), w), lowEnd(i, w, p)),
-            P::Hi(at(c, i)));
+    pass<VP>(i0 - 1 + p, i1 - 1 + p, w, ph,
+             [&](int32_t i) { at(c, i) = P::C(at(a, i), at(b, i - p), at(b, i - p + 1), edgeAt(ph(i), w)); },
+             [&](int32_t i) { L3(c, a, 0, b, -p, b, 1 - p, [](V x, V y, V z) { return VP::C(x, y, z, false); }, i); });
+    pass<VP>(i0, i1 - 1, w, pl,
+             [&](int32_t i) {
+                 at(lo, i) = P::Lo(at(b, i), at(c, i - 1 + p), at(c, i + p), edgeAt(pl(i), w), lowEnd(i, w, p));
+                 at(hi, i) = P::Hi(at(c, i));
+             },
+             [&](int32_t i) {
+                 if constexpr (kVec<VP>) {
+                     // The two-rounding end form of the 32-bit rows never reaches
+                     // a vector block: only the float and 16-bit forms have one.
+                     L3(lo, b, 0, c, p - 1, c, p, [](V x, V y, V z) { return VP::Lo(x, y, z, false, false); }, i);
+                     VP::st(&at(hi, i), VP::Hi(VP::ld(&at(c, i))));
+                 }
+             });
+    for (int32_t i = i0; i < i1; ++i) out(i, at(lo, i), at(hi, i));
 }
 
 // Inverse run: reads lv(i) for i in [i0-1-p, i1+1-p] and hv(i) for i in
 // [i0-2, i1+1]; calls out(i, even, odd) for i in [i0, i1), where even is
 // x[2i+p] and odd is x[2i+1-p].
-template <class P, int RUN, class LV, class HV, class Seed, class Out>
+template <class P, int RUN, class VP = NoVec, class LV, class HV, class Seed, class Out>
 void invRun(int32_t i0, int32_t i1, int32_t w, int p, LV&& lv, HV&& hv, Seed&& seed, Out&& out) {
     using W = typename P::W;
-    W bl[RUN + 8], bh[RUN + 8], b[RUN + 8], a[RUN + 8], xe[RUN + 8];
+    W bl[RUN + 16], bh[RUN + 16], b[RUN + 16], a[RUN + 16], xe[RUN + 16], xo[RUN + 16];
     auto at = [&](W* arr, int32_t i) -> W& { return arr[i - i0 + kPad]; };
+    auto ph = [&](int32_t i) { return posH(i, p); };
+    auto pl = [&](int32_t i) { return posL(i, p); };
     for (int32_t i = i0 - 1 - p; i <= i1 + 1 - p; ++i) at(bl, i) = lv(i);
     for (int32_t i = i0 - 2; i <= i1 + 1; ++i) at(bh, i) = hv(i);
-    for (int32_t i = i0 - 1 - p; i <= i1 + 1 - p; ++i)
-        at(b, i) = P::iB(at(bl, i), at(bh, i - 1 + p), at(bh, i + p), edgeAt(posL(i, p), w));
+    [[maybe_unused]] auto L3 = [&](W* d, W* s0, int32_t o0, W* s1, int32_t o1, W* s2, int32_t o2, auto f, int32_t i) {
+        if constexpr (kVec<VP>) VP::st(&at(d, i), f(VP::ld(&at(s0, i + o0)), VP::ld(&at(s1, i + o1)), VP::ld(&at(s2, i + o2))));
+    };
+    using V = typename VP::V;
+    pass<VP>(i0 - 1 - p, i1 + 1 - p, w, pl,
+             [&](int32_t i) { at(b, i) = P::iB(at(bl, i), at(bh, i - 1 + p), at(bh, i + p), edgeAt(pl(i), w)); },
+             [&](int32_t i) { L3(b, bl, 0, bh, p - 1, bh, p, [](V x, V y, V z) { return VP::iB(x, y, z, false); }, i); });
     seed(0, [&](int32_t i) -> W& { return at(b, i); }, i0 - 1 - p, i1 + 1 - p);
-    for (int32_t i = i0 - 1; i <= i1; ++i)
-        at(a, i) = P::iA(at(bh, i), at(b, i - p), at(b, i - p + 1), edgeAt(posH(i, p), w));
-    for (int32_t i = i0 - p; i <= i1 - p; ++i)
-        at(xe, i) = P::iXE(at(b, i), at(a, i - 1 + p), at(a, i + p), edgeAt(posL(i, p), w));
+    pass<VP>(i0 - 1, i1, w, ph,
+             [&](int32_t i) { at(a, i) = P::iA(at(bh, i), at(b, i - p), at(b, i - p + 1), edgeAt(ph(i), w)); },
+             [&](int32_t i) { L3(a, bh, 0, b, -p, b, 1 - p, [](V x, V y, V z) { return VP::iA(x, y, z, false); }, i); });
+    pass<VP>(i0 - p, i1 - p, w, pl,
+             [&](int32_t i) { at(xe, i) = P::iXE(at(b, i), at(a, i - 1 + p), at(a, i + p), edgeAt(pl(i), w)); },
+             [&](int32_t i) { L3(xe, b, 0, a, p - 1, a, p, [](V x, V y, V z) { return VP::iXE(x, y, z, false); }, i); });
     seed(1, [&](int32_t i) -> W& { return at(xe, i); }, i0 - p, i1 - p);
-    for (int32_t i = i0; i < i1; ++i)
-        out(i, at(xe, i), P::iXO(at(a, i), at(xe, i - p), at(xe, i - p + 1), edgeAt(posH(i, p), w)));
+    pass<VP>(i0, i1 - 1, w, ph,
+             [&](int32_t i) { at(xo, i) = P::iXO(at(a, i), at(xe, i - p), at(xe, i - p + 1), edgeAt(ph(i), w)); },
+             [&](int32_t i) { L3(xo, a, 0, xe, -p, xe, 1 - p, [](V x, V y, V z) { return VP::iXO(x, y, z, false); }, i); });
+    for (int32_t i = i0; i < i1; ++i) out(i, at(xe, i), at(xo, i));
 }
 
 struct NoSeed {
@@ -173,14 +274,14 @@ struct NoSeed {
     void operator()(int, Ref&&, int32_t, int32_t) const {}
 };
 
-template <class P, int RUN, class XL, class XH, class Seed, class Out>
+template <class P, int RUN, class VP = NoVec, class XL, class XH, class Seed, class Out>
 void fwdLine(int32_t w, int p, XL&& xl, XH&& xh, Seed&& seed, Out&& out) {
-    for (int32_t i0 = 0; i0 < w; i0 += RUN) fwdRun<P, RUN>(i0, std::min(w, i0 + RUN), w, p, xl, xh, seed, out);
+    for (int32_t i0 = 0; i0 < w; i0 += RUN) fwdRun<P, RUN, VP>(i0, std::min(w, i0 + RUN), w, p, xl, xh, seed, out);
 }
 
-template <class P, int RUN, class LV, class HV, class Seed, class Out>
+template <class P, int RUN, class VP = NoVec, class LV, class HV, class Seed, class Out>
 void invLine(int32_t w, int p, LV&& lv, HV&& hv, Seed&& seed, Out&& out) {
-    for (int32_t i0 = 0; i0 < w; i0 += RUN) invRun<P, RUN>(i0, std::min(w, i0 + RUN), w, p, lv, hv, seed, out);
+    for (int32_t i0 = 0; i0 < w; i0 += RUN) invRun<P, RUN, VP>(i0, std::min(w, i0 + RUN), w, p, lv, hv, seed, out);
 }
 
 // ------------------------------------------------------------ width 1
@@ -283,7 +384,7 @@ inline bool endHigh(int32_t i, int32_t w) { return i >= w - 2; }
 
 // ------------------------------------------------------------ rows
 
-template <class T, class P>
+template <class T, class P, class VP = NoVec>
 static void fwdRowT(const T* x, T* lo, T* hi, int32_t w, int32_t phase) {
     const int p = phase != 0;
     auto X = [&](int32_t k) { return ldw(x, k); };
@@ -301,7 +402,7 @@ static void fwdRowT(const T* x, T* lo, T* hi, int32_t w, int32_t phase) {
         }
         return;
     }
-    fwdLine<P, kRun>(
+    fwdLine<P, kRun, VP>(
         w, p, [&](int32_t i) { return X(posL(i, p)); }, [&](int32_t i) { return X(posH(i, p)); }, NoSeed{},
         [&](int32_t i, W l, W h) {
             stw(lo, i, l);
@@ -309,7 +410,7 @@ static void fwdRowT(const T* x, T* lo, T* hi, int32_t w, int32_t phase) {
         });
 }
 
-template <class T, class P>
+template <class T, class P, class VP = NoVec>
 static void invRowT(const T* lo, const T* hi, T* x, int32_t w, int32_t phase) {
     const int p = phase != 0;
     auto LV = [&](int32_t i) { return ldw(lo, i); };
@@ -327,19 +428,25 @@ static void invRowT(const T* lo, const T* hi, T* x, int32_t w, int32_t phase) {
         }
         return;
     }
-    invLine<P, kRun>(w, p, LV, HV, NoSeed{}, [&](int32_t i, W e, W o) {
+    invLine<P, kRun, VP>(w, p, LV, HV, NoSeed{}, [&](int32_t i, W e, W o) {
         stw(x, posL(i, p), e);
         stw(x, posH(i, p), o);
     });
 }
 
 void fwdRow97_32f(const float* x, float* lo, float* hi, int32_t w, int32_t phase) {
+    fwdRowT<float, Float97<float>, VecF>(x, lo, hi, w, phase);
+}
+void fwdRow97_32f_c(const float* x, float* lo, float* hi, int32_t w, int32_t phase) {
     fwdRowT<float, Float97<float>>(x, lo, hi, w, phase);
 }
 void fwdRow97_32s(const int32_t* x, int32_t* lo, int32_t* hi, int32_t w, int32_t phase) {
     fwdRowT<int32_t, Fixed16>(x, lo, hi, w, phase);
 }
 void invRow97_32f(const float* lo, const float* hi, float* x, int32_t w, int32_t phase) {
+    invRowT<float, Float97<float>, VecF>(lo, hi, x, w, phase);
+}
+void invRow97_32f_c(const float* lo, const float* hi, float* x, int32_t w, int32_t phase) {
     invRowT<float, Float97<float>>(lo, hi, x, w, phase);
 }
 void invRow97_32s(const int32_t* lo, const int32_t* hi, int32_t* x, int32_t w, int32_t phase) {
@@ -348,7 +455,8 @@ void invRow97_32s(const int32_t* lo, const int32_t* hi, int32_t* x, int32_t w, i
 
 // 16-bit rows: the interior in the 15-fraction-bit form, the ends from the
 // 32-bit chain saturated to 16 bits.
-void fwdRow97_16s(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase) {
+template <class VP>
+static void fwdRow97_16sT(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase) {
     const int p = phase != 0;
     auto X = [&](int32_t k) { return ldw(x, k); };
     auto xl = [&](int32_t i) { return X(posL(i, p)); };
@@ -367,7 +475,7 @@ void fwdRow97_16s(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t
         auto seed = [&](int, auto&& ref, int32_t a, int32_t b) {
             if (s >= a && s <= b) ref(s) = bs;
         };
-        fwdLine<Fixed15, kRun>(w, p, xl, xh, seed, [&](int32_t i, int32_t l, int32_t h) {
+        fwdLine<Fixed15, kRun, VP>(w, p, xl, xh, seed, [&](int32_t i, int32_t l, int32_t h) {
             if (!endLow(i, w, p)) stw(lo, i, l);
             if (!endHigh(i, w)) stw(hi, i, h);
         });
@@ -380,7 +488,8 @@ void fwdRow97_16s(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t
     fwdRun<Fixed16, 8>(w - 2, w, w, p, xl, xh, NoSeed{}, ends);
 }
 
-void invRow97_16s(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase) {
+template <class VP>
+static void invRow97_16sT(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase) {
     const int p = phase != 0;
     auto LV = [&](int32_t i) { return ldw(lo, i); };
     auto HV = [&](int32_t i) { return ldw(hi, i); };
@@ -398,7 +507,7 @@ void invRow97_16s(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, i
         auto seed = [&](int stage, auto&& ref, int32_t a, int32_t b) {
             if (s >= a && s <= b) ref(s) = stage == 0 ? bs : xs;
         };
-        invLine<Fixed15, kRun>(w, p, LV, HV, seed, [&](int32_t i, int32_t e, int32_t o) {
+        invLine<Fixed15, kRun, VP>(w, p, LV, HV, seed, [&](int32_t i, int32_t e, int32_t o) {
             if (!endLow(i, w, p)) stw(x, posL(i, p), e);
             if (!endHigh(i, w)) stw(x, posH(i, p), o);
         });
@@ -409,6 +518,19 @@ void invRow97_16s(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, i
     };
     if (p == 0 && w > 2) invRun<Fixed16, 8>(0, 1, w, p, LV, HV, NoSeed{}, ends);
     invRun<Fixed16, 8>(w - 2, w, w, p, LV, HV, NoSeed{}, ends);
+}
+
+void fwdRow97_16s(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase) {
+    fwdRow97_16sT<VecH>(x, lo, hi, w, phase);
+}
+void fwdRow97_16s_c(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase) {
+    fwdRow97_16sT<NoVec>(x, lo, hi, w, phase);
+}
+void invRow97_16s(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase) {
+    invRow97_16sT<VecH>(lo, hi, x, w, phase);
+}
+void invRow97_16s_c(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase) {
+    invRow97_16sT<NoVec>(lo, hi, x, w, phase);
 }
 
 // ------------------------------------------------------------ float columns
