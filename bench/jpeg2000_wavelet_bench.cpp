@@ -268,7 +268,6 @@ void BM_OpenJPEGDecode(benchmark::State& st) {
         opj_set_info_handler(c, quiet, nullptr);
         opj_set_warning_handler(c, quiet, nullptr);
         opj_setup_decoder(c, &par);
-        opj_codec_set_threads(c, 1);
         opj_stream_t* s = opj_stream_create_default_file_stream(path.c_str(), OPJ_TRUE);
         opj_image_t* out = nullptr;
         if (!opj_read_header(s, c, &out) || !opj_decode(c, s, out) || !opj_end_decompress(c, s))

@@ -113,7 +113,7 @@ struct Fixed15 {
 // ------------------------------------------------------------ chain engine
 
 constexpr int kRun = 512;   // band samples per run of a row
-constexpr int kRunCol = 128;  // rows per run of eight columns
+constexpr int kRunCol = 64;   // rows per run of the column kernels
 constexpr int kPad = 3;       // array slots before index i0
 
 // Positions in the interleaved signal of band index i.
@@ -540,52 +540,99 @@ void invRow97_16s_c(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w,
 
 namespace {
 
+// Width-1 columns (a band of one row) through the filters.
 template <bool Vec>
-void fwdColF(const float* x, int32_t xs, float* lo, int32_t ls, float* hi, int32_t hs, int32_t w, int32_t h,
-             int32_t phase) {
-    const int p = phase != 0;
+void fwdColOne(const float* x, int32_t xs, float* lo, float* hi, int32_t w, int p) {
     int32_t j = 0;
     if constexpr (Vec) {
         for (; j + 8 <= w; j += 8) {
             auto X = [&](int32_t k) { return _mm256_loadu_ps(atRow(x, xs, k) + j); };
-            if (h == 1) {
-                __m256 tl[5], th[5];
-                for (int d = 0; d < 5; ++d) {
-                    tl[d] = d == 0 ? X(p) : _mm256_add_ps(X(p - d), X(p + d));
-                    if (d < 4) th[d] = d == 0 ? X(1 - p) : _mm256_add_ps(X(1 - p - d), X(1 - p + d));
-                }
-                __m256 l = _mm256_mul_ps(_mm256_set1_ps(kFwdLow.f[0]), tl[0]);
-                for (int d = 1; d < 5; ++d) l = _mm256_fmadd_ps(_mm256_set1_ps(kFwdLow.f[d]), tl[d], l);
-                __m256 hh = _mm256_mul_ps(_mm256_set1_ps(kFwdHigh.f[0]), th[0]);
-                for (int d = 1; d < 4; ++d) hh = _mm256_fmadd_ps(_mm256_set1_ps(kFwdHigh.f[d]), th[d], hh);
-                _mm256_storeu_ps(lo + j, l);
-                _mm256_storeu_ps(hi + j, hh);
-                continue;
-            }
-            fwdLine<Float97<__m256>, kRunCol>(
-                h, p, [&](int32_t i) { return X(posL(i, p)); }, [&](int32_t i) { return X(posH(i, p)); }, NoSeed{},
-                [&](int32_t i, __m256 l, __m256 hh) {
-                    _mm256_storeu_ps(atRow(lo, ls, i) + j, l);
-                    _mm256_storeu_ps(atRow(hi, hs, i) + j, hh);
-                });
+            __m256 tl[5], th[4];
+            tl[0] = X(p);
+            th[0] = X(1 - p);
+            for (int d = 1; d < 5; ++d) tl[d] = _mm256_add_ps(X(p - d), X(p + d));
+            for (int d = 1; d < 4; ++d) th[d] = _mm256_add_ps(X(1 - p - d), X(1 - p + d));
+            __m256 l = _mm256_mul_ps(_mm256_set1_ps(kFwdLow.f[0]), tl[0]);
+            for (int d = 1; d < 5; ++d) l = _mm256_fmadd_ps(_mm256_set1_ps(kFwdLow.f[d]), tl[d], l);
+            __m256 hh = _mm256_mul_ps(_mm256_set1_ps(kFwdHigh.f[0]), th[0]);
+            for (int d = 1; d < 4; ++d) hh = _mm256_fmadd_ps(_mm256_set1_ps(kFwdHigh.f[d]), th[d], hh);
+            _mm256_storeu_ps(lo + j, l);
+            _mm256_storeu_ps(hi + j, hh);
         }
     }
     for (; j < w; ++j) {
         auto X = [&](int32_t k) { return loadAs<float>(atRow(x, xs, k) + j); };
-        if (h == 1) {
-            float tl[5], th[5];
-            centreTerms<float>(X, p, kFwdLow.n, tl);
-            centreTerms<float>(X, 1 - p, kFwdHigh.n, th);
-            storeAs<float>(lo + j, tapsF(kFwdLow, tl));
-            storeAs<float>(hi + j, tapsF(kFwdHigh, th));
-            continue;
+        float tl[5], th[5];
+        centreTerms<float>(X, p, kFwdLow.n, tl);
+        centreTerms<float>(X, 1 - p, kFwdHigh.n, th);
+        storeAs<float>(lo + j, tapsF(kFwdLow, tl));
+        storeAs<float>(hi + j, tapsF(kFwdHigh, th));
+    }
+}
+
+template <bool Vec>
+void invColOne(const float* lo, int32_t ls, const float* hi, int32_t hs, float* x, int32_t xs, int32_t w, int p) {
+    int32_t j = 0;
+    if constexpr (Vec) {
+        for (; j + 8 <= w; j += 8) {
+            auto LV = [&](int32_t i) { return _mm256_loadu_ps(atRow(lo, ls, i) + j); };
+            auto HV = [&](int32_t i) { return _mm256_loadu_ps(atRow(hi, hs, i) + j); };
+            __m256 te[4], to[5];
+            te[0] = LV(0);
+            te[1] = _mm256_add_ps(LV(-1), LV(1));
+            te[2] = _mm256_add_ps(HV(-1 + p), HV(p));
+            te[3] = _mm256_add_ps(HV(-2 + p), HV(1 + p));
+            to[0] = HV(0);
+            to[1] = _mm256_add_ps(HV(-1), HV(1));
+            to[2] = _mm256_add_ps(HV(-2), HV(2));
+            to[3] = _mm256_add_ps(LV(-p), LV(1 - p));
+            to[4] = _mm256_add_ps(LV(-1 - p), LV(2 - p));
+            __m256 e = _mm256_mul_ps(_mm256_set1_ps(kInvEven.f[0]), te[0]);
+            for (int d = 1; d < 4; ++d) e = _mm256_fmadd_ps(_mm256_set1_ps(kInvEven.f[d]), te[d], e);
+            __m256 o = _mm256_mul_ps(_mm256_set1_ps(kInvOdd.f[0]), to[0]);
+            for (int d = 1; d < 5; ++d) o = _mm256_fmadd_ps(_mm256_set1_ps(kInvOdd.f[d]), to[d], o);
+            _mm256_storeu_ps(atRow(x, xs, p) + j, e);
+            _mm256_storeu_ps(atRow(x, xs, 1 - p) + j, o);
         }
-        fwdLine<Float97<float>, kRunCol>(
-            h, p, [&](int32_t i) { return X(posL(i, p)); }, [&](int32_t i) { return X(posH(i, p)); }, NoSeed{},
-            [&](int32_t i, float l, float hh) {
-                storeAs<float>(atRow(lo, ls, i) + j, l);
-                storeAs<float>(atRow(hi, hs, i) + j, hh);
-            });
+    }
+    for (; j < w; ++j) {
+        auto LV = [&](int32_t i) { return loadAs<float>(atRow(lo, ls, i) + j); };
+        auto HV = [&](int32_t i) { return loadAs<float>(atRow(hi, hs, i) + j); };
+        float te[5], to[5];
+        invTerms<float>(LV, HV, p, te, to);
+        storeAs<float>(atRow(x, xs, p) + j, tapsF(kInvEven, te));
+        storeAs<float>(atRow(x, xs, 1 - p) + j, tapsF(kInvOdd, to));
+    }
+}
+
+// A run of rows goes across all columns before the next run starts, so
+// that the rows of a run stay in the cache while the groups walk along them.
+template <bool Vec>
+void fwdColF(const float* x, int32_t xs, float* lo, int32_t ls, float* hi, int32_t hs, int32_t w, int32_t h,
+             int32_t phase) {
+    const int p = phase != 0;
+    if (h == 1) return fwdColOne<Vec>(x, xs, lo, hi, w, p);
+    const int32_t jv = Vec ? (w & ~7) : 0;
+    for (int32_t i0 = 0; i0 < h; i0 += kRunCol) {
+        const int32_t i1 = std::min(h, i0 + kRunCol);
+        for (int32_t j = 0; j < jv; j += 8) {
+            auto X = [&](int32_t k) { return _mm256_loadu_ps(atRow(x, xs, k) + j); };
+            fwdRun<Float97<__m256>, kRunCol>(
+                i0, i1, h, p, [&](int32_t i) { return X(posL(i, p)); }, [&](int32_t i) { return X(posH(i, p)); },
+                NoSeed{}, [&](int32_t i, __m256 l, __m256 hh) {
+                    _mm256_storeu_ps(atRow(lo, ls, i) + j, l);
+                    _mm256_storeu_ps(atRow(hi, hs, i) + j, hh);
+                });
+        }
+        for (int32_t j = jv; j < w; ++j) {
+            auto X = [&](int32_t k) { return loadAs<float>(atRow(x, xs, k) + j); };
+            fwdRun<Float97<float>, kRunCol>(
+                i0, i1, h, p, [&](int32_t i) { return X(posL(i, p)); }, [&](int32_t i) { return X(posH(i, p)); },
+                NoSeed{}, [&](int32_t i, float l, float hh) {
+                    storeAs<float>(atRow(lo, ls, i) + j, l);
+                    storeAs<float>(atRow(hi, hs, i) + j, hh);
+                });
+        }
     }
 }
 
@@ -593,50 +640,26 @@ template <bool Vec>
 void invColF(const float* lo, int32_t ls, const float* hi, int32_t hs, float* x, int32_t xs, int32_t w, int32_t h,
              int32_t phase) {
     const int p = phase != 0;
-    int32_t j = 0;
-    if constexpr (Vec) {
-        for (; j + 8 <= w; j += 8) {
+    if (h == 1) return invColOne<Vec>(lo, ls, hi, hs, x, xs, w, p);
+    const int32_t jv = Vec ? (w & ~7) : 0;
+    for (int32_t i0 = 0; i0 < h; i0 += kRunCol) {
+        const int32_t i1 = std::min(h, i0 + kRunCol);
+        for (int32_t j = 0; j < jv; j += 8) {
             auto LV = [&](int32_t i) { return _mm256_loadu_ps(atRow(lo, ls, i) + j); };
             auto HV = [&](int32_t i) { return _mm256_loadu_ps(atRow(hi, hs, i) + j); };
-            if (h == 1) {
-                __m256 te[5], to[5];
-                te[0] = LV(0);
-                te[1] = _mm256_add_ps(LV(-1), LV(1));
-                te[2] = _mm256_add_ps(HV(-1 + p), HV(p));
-                te[3] = _mm256_add_ps(HV(-2 + p), HV(1 + p));
-                to[0] = HV(0);
-                to[1] = _mm256_add_ps(HV(-1), HV(1));
-                to[2] = _mm256_add_ps(HV(-2), HV(2));
-                to[3] = _mm256_add_ps(LV(-p), LV(1 - p));
-                to[4] = _mm256_add_ps(LV(-1 - p), LV(2 - p));
-                __m256 e = _mm256_mul_ps(_mm256_set1_ps(kInvEven.f[0]), te[0]);
-                for (int d = 1; d < 4; ++d) e = _mm256_fmadd_ps(_mm256_set1_ps(kInvEven.f[d]), te[d], e);
-                __m256 o = _mm256_mul_ps(_mm256_set1_ps(kInvOdd.f[0]), to[0]);
-                for (int d = 1; d < 5; ++d) o = _mm256_fmadd_ps(_mm256_set1_ps(kInvOdd.f[d]), to[d], o);
-                _mm256_storeu_ps(atRow(x, xs, p) + j, e);
-                _mm256_storeu_ps(atRow(x, xs, 1 - p) + j, o);
-                continue;
-            }
-            invLine<Float97<__m256>, kRunCol>(h, p, LV, HV, NoSeed{}, [&](int32_t i, __m256 e, __m256 o) {
+            invRun<Float97<__m256>, kRunCol>(i0, i1, h, p, LV, HV, NoSeed{}, [&](int32_t i, __m256 e, __m256 o) {
                 _mm256_storeu_ps(atRow(x, xs, posL(i, p)) + j, e);
                 _mm256_storeu_ps(atRow(x, xs, posH(i, p)) + j, o);
             });
         }
-    }
-    for (; j < w; ++j) {
-        auto LV = [&](int32_t i) { return loadAs<float>(atRow(lo, ls, i) + j); };
-        auto HV = [&](int32_t i) { return loadAs<float>(atRow(hi, hs, i) + j); };
-        if (h == 1) {
-            float te[5], to[5];
-            invTerms<float>(LV, HV, p, te, to);
-            storeAs<float>(atRow(x, xs, p) + j, tapsF(kInvEven, te));
-            storeAs<float>(atRow(x, xs, 1 - p) + j, tapsF(kInvOdd, to));
-            continue;
+        for (int32_t j = jv; j < w; ++j) {
+            auto LV = [&](int32_t i) { return loadAs<float>(atRow(lo, ls, i) + j); };
+            auto HV = [&](int32_t i) { return loadAs<float>(atRow(hi, hs, i) + j); };
+            invRun<Float97<float>, kRunCol>(i0, i1, h, p, LV, HV, NoSeed{}, [&](int32_t i, float e, float o) {
+                storeAs<float>(atRow(x, xs, posL(i, p)) + j, e);
+                storeAs<float>(atRow(x, xs, posH(i, p)) + j, o);
+            });
         }
-        invLine<Float97<float>, kRunCol>(h, p, LV, HV, NoSeed{}, [&](int32_t i, float e, float o) {
-            storeAs<float>(atRow(x, xs, posL(i, p)) + j, e);
-            storeAs<float>(atRow(x, xs, posH(i, p)) + j, o);
-        });
     }
 }
 
