@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cstring>
 #include <cmath>
 #include <functional>
 #include <map>
@@ -406,6 +407,31 @@ TEST(Wavelet97Rows, SixteenBitRowsSaturateNearTheLimits) {
             }
             (void)railed;
         }
+}
+
+// Rows, columns and lifting steps on 16-bit and float data at odd addresses.
+TEST(Wavelet97Rows, OddAddressesGiveTheSameResults) {
+    std::mt19937 g(6);
+    const int w = 37;
+    std::vector<uint8_t> a(4 * (2 * w + 16) + 8), b(a.size());
+    for (auto& v : a) v = uint8_t(g() & 0x1F);
+    std::vector<uint8_t> la(4 * w + 8), ha(la.size()), lb(la.size()), hb(la.size());
+    using Run = std::function<void(uint8_t*, uint8_t*, uint8_t*)>;
+    Run run16 = [&](uint8_t* x, uint8_t* lo, uint8_t* hi) {
+        zebiWTFwdRow_D97_JPEG2K_16s_C1R(reinterpret_cast<Zeb16s*>(x) + 4, 512, reinterpret_cast<Zeb16s*>(lo), 512,
+                                        reinterpret_cast<Zeb16s*>(hi), 512, ZebSize{w, 1}, 0);
+    };
+    Run runF = [&](uint8_t* x, uint8_t* lo, uint8_t* hi) {
+        zebiWTFwdRow_D97_JPEG2K_32f_C1R(reinterpret_cast<Zeb32f*>(x) + 4, 512, reinterpret_cast<Zeb32f*>(lo), 512,
+                                        reinterpret_cast<Zeb32f*>(hi), 512, ZebSize{w, 1}, 1);
+    };
+    for (int k = 0; k < 2; ++k) {
+        std::memcpy(b.data() + 1, a.data(), a.size() - 1);
+        (k ? runF : run16)(a.data(), la.data(), ha.data());
+        (k ? runF : run16)(b.data() + 1, lb.data() + 1, hb.data() + 1);
+        EXPECT_EQ(0, std::memcmp(la.data(), lb.data() + 1, 2 * w * (k + 1)));
+        EXPECT_EQ(0, std::memcmp(ha.data(), hb.data() + 1, 2 * w * (k + 1)));
+    }
 }
 
 // ------------------------------------------------------------ width 1
