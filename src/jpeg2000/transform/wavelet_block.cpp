@@ -272,6 +272,7 @@ using LineFn = void (*)(const Strided<T>&, const Line<T>&, int32_t, int);
 template <class T>
 void region(uint8_t* base, int32_t step, int32_t w, int32_t h, int px, int py, uint8_t* line, int room, bool fwd,
             LineFn<T> fn) {
+    if (w < 1 || h < 1) return;  // an empty region has nothing to transform
     const Line<T> ln{line + room * int(sizeof(T))};
     auto cols = [&] {
         for (int32_t c = 0; c < w; ++c) fn(Strided<T>{base + intptr_t{c} * int(sizeof(T)), step}, ln, h, py);
