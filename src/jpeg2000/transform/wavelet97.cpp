@@ -8,6 +8,7 @@
 // working state it needs beyond the run on each side, so that a long line goes
 // through the first-level cache in pieces and gives exactly what one piece
 // over the whole line gives: every value depends only on its position.
+#include <algorithm>
 #include <bit>
 #include <cmath>
 
@@ -180,6 +181,21 @@ struct NoVec {
 template <class VP>
 constexpr bool kVec = !std::is_same_v<VP, NoVec>;
 
+// Sources and sinks of a run: element by element, or in bulk where the
+// vector kernels give them a fill() or a bulk() member.
+template <class VP, class G, class W>
+inline void gatherInto(G& g, W* d, int32_t first, int32_t count) {
+    if constexpr (kVec<VP> && requires { g.fill(d, first, count); }) g.fill(d, first, count);
+    else
+        for (int32_t k = 0; k < count; ++k) d[k] = g(first + k);
+}
+template <class VP, class O, class W>
+inline void emit(O& out, const W* a, const W* b, int32_t i0, int32_t n) {
+    if constexpr (kVec<VP> && requires { out.bulk(a, b, i0, n); }) out.bulk(a, b, i0, n);
+    else
+        for (int32_t k = 0; k < n; ++k) out(i0 + k, a[k], b[k]);
+}
+
 // One pass over band indices [lo, hi]: single samples on the edges, blocks
 // of eight in between when a vector form is given (VP not void).
 template <class VP, class Pos, class One, class Vec>
@@ -204,8 +220,8 @@ void fwdRun(int32_t i0, int32_t i1, int32_t w, int p, XL&& xl, XH&& xh, Seed&& s
     auto at = [&](W* arr, int32_t i) -> W& { return arr[i - i0 + kPad]; };
     auto ph = [&](int32_t i) { return posH(i, p); };
     auto pl = [&](int32_t i) { return posL(i, p); };
-    for (int32_t i = i0 - 2; i <= i1 + 1; ++i) at(bl, i) = xl(i);
-    for (int32_t i = i0 - 2 + p; i <= i1 + p; ++i) at(bh, i) = xh(i);
+    gatherInto<VP>(xl, &at(bl, i0 - 2), i0 - 2, i1 - i0 + 4);
+    gatherInto<VP>(xh, &at(bh, i0 - 2 + p), i0 - 2 + p, i1 - i0 + 3);
     [[maybe_unused]] auto L3 = [&](W* d, W* s0, int32_t o0, W* s1, int32_t o1, W* s2, int32_t o2, auto f, int32_t i) {
         if constexpr (kVec<VP>) VP::st(&at(d, i), f(VP::ld(&at(s0, i + o0)), VP::ld(&at(s1, i + o1)), VP::ld(&at(s2, i + o2))));
     };
@@ -233,7 +249,7 @@ void fwdRun(int32_t i0, int32_t i1, int32_t w, int p, XL&& xl, XH&& xh, Seed&& s
                      VP::st(&at(hi, i), VP::Hi(VP::ld(&at(c, i))));
                  }
              });
-    for (int32_t i = i0; i < i1; ++i) out(i, at(lo, i), at(hi, i));
+    emit<VP>(out, &at(lo, i0), &at(hi, i0), i0, i1 - i0);
 }
 
 // Inverse run: reads lv(i) for i in [i0-1-p, i1+1-p] and hv(i) for i in
@@ -246,8 +262,8 @@ void invRun(int32_t i0, int32_t i1, int32_t w, int p, LV&& lv, HV&& hv, Seed&& s
     auto at = [&](W* arr, int32_t i) -> W& { return arr[i - i0 + kPad]; };
     auto ph = [&](int32_t i) { return posH(i, p); };
     auto pl = [&](int32_t i) { return posL(i, p); };
-    for (int32_t i = i0 - 1 - p; i <= i1 + 1 - p; ++i) at(bl, i) = lv(i);
-    for (int32_t i = i0 - 2; i <= i1 + 1; ++i) at(bh, i) = hv(i);
+    gatherInto<VP>(lv, &at(bl, i0 - 1 - p), i0 - 1 - p, i1 - i0 + 3);
+    gatherInto<VP>(hv, &at(bh, i0 - 2), i0 - 2, i1 - i0 + 4);
     [[maybe_unused]] auto L3 = [&](W* d, W* s0, int32_t o0, W* s1, int32_t o1, W* s2, int32_t o2, auto f, int32_t i) {
         if constexpr (kVec<VP>) VP::st(&at(d, i), f(VP::ld(&at(s0, i + o0)), VP::ld(&at(s1, i + o1)), VP::ld(&at(s2, i + o2))));
     };
@@ -266,7 +282,7 @@ void invRun(int32_t i0, int32_t i1, int32_t w, int p, LV&& lv, HV&& hv, Seed&& s
     pass<VP>(i0, i1 - 1, w, ph,
              [&](int32_t i) { at(xo, i) = P::iXO(at(a, i), at(xe, i - p), at(xe, i - p + 1), edgeAt(ph(i), w)); },
              [&](int32_t i) { L3(xo, a, 0, xe, -p, xe, 1 - p, [](V x, V y, V z) { return VP::iXO(x, y, z, false); }, i); });
-    for (int32_t i = i0; i < i1; ++i) out(i, at(xe, i), at(xo, i));
+    emit<VP>(out, &at(xe, i0), &at(xo, i0), i0, i1 - i0);
 }
 
 struct NoSeed {
@@ -355,6 +371,131 @@ inline void stw(T* p, intptr_t k, W v) {
     else storeAs<T>(p + k, v);
 }
 
+// ------------------------------------------------------------ row sources and sinks
+
+// Every other sample of an interleaved row: sample 2i + off.
+template <class T>
+struct Split {
+    const T* x;
+    int off;
+    auto operator()(int32_t i) const { return ldw(x, 2 * intptr_t{i} + off); }
+    // Blocks read the 16 samples from 2(first + k) + off; the last of them
+    // is one that a later block needs (k + 8 < n), so nothing beyond the
+    // extent is read.
+    template <class W>
+    void fill(W* d, int32_t first, int32_t n) const {
+        int32_t k = 0;
+        const T* b = x + 2 * intptr_t{first} + off;
+        if constexpr (std::is_same_v<T, int16_t>) {
+            for (; k + 8 < n; k += 8) {
+                const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + 2 * k));
+                const __m256i r = _mm256_srai_epi32(_mm256_slli_epi32(v, 16), 16);
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + k), r);
+            }
+        } else if constexpr (std::is_same_v<T, float>) {
+            for (; k + 8 < n; k += 8) {
+                const __m256 a = _mm256_loadu_ps(b + 2 * k), c = _mm256_loadu_ps(b + 2 * k + 8);
+                const __m256 r = _mm256_shuffle_ps(a, c, _MM_SHUFFLE(2, 0, 2, 0));
+                _mm256_storeu_ps(d + k, _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(r), 0xD8)));
+            }
+        }
+        for (; k < n; ++k) d[k] = (*this)(first + k);
+    }
+};
+
+// A band row: sample i.
+template <class T>
+struct Band {
+    const T* b;
+    auto operator()(int32_t i) const { return ldw(b, i); }
+    template <class W>
+    void fill(W* d, int32_t first, int32_t n) const {
+        int32_t k = 0;
+        if constexpr (std::is_same_v<T, int16_t>) {
+            for (; k + 8 <= n; k += 8)
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + k),
+                                    _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(b + first + k))));
+        } else if constexpr (std::is_same_v<T, float>) {
+            for (; k + 8 <= n; k += 8) _mm256_storeu_ps(d + k, _mm256_loadu_ps(b + first + k));
+        }
+        for (; k < n; ++k) d[k] = (*this)(first + k);
+    }
+};
+
+// Stores W values (16-bit values in 32-bit lanes, or floats) to dst[a..b).
+template <class T, class W>
+void putRange(T* dst, const W* src, int32_t i0, int32_t n, int32_t a, int32_t b) {
+    const int32_t e = std::min(i0 + n, b);
+    int32_t i = std::max(i0, a);
+    if constexpr (std::is_same_v<T, int16_t>) {
+        for (; i + 8 <= e; i += 8) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + (i - i0)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i),
+                             _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1)));
+        }
+    } else if constexpr (std::is_same_v<T, float>) {
+        for (; i + 8 <= e; i += 8) _mm256_storeu_ps(dst + i, _mm256_loadu_ps(src + (i - i0)));
+    }
+    for (; i < e; ++i) stw(dst, i, src[i - i0]);
+}
+
+// The two bands of a forward row; writes L[l0..l1) and H[h0..h1).
+template <class T>
+struct BandsOut {
+    T* lo;
+    T* hi;
+    int32_t l0, l1, h0, h1;
+    template <class W>
+    void operator()(int32_t i, W l, W h) const {
+        if (i >= l0 && i < l1) stw(lo, i, l);
+        if (i >= h0 && i < h1) stw(hi, i, h);
+    }
+    template <class W>
+    void bulk(const W* L, const W* H, int32_t i0, int32_t n) const {
+        putRange(lo, L, i0, n, l0, l1);
+        putRange(hi, H, i0, n, h0, h1);
+    }
+};
+
+// The interleaved output of an inverse row; writes the even outputs of band
+// indices [e0, e1) and the odd outputs of [o0, o1).
+template <class T>
+struct InterOut {
+    T* x;
+    int p;
+    int32_t e0, e1, o0, o1;
+    template <class W>
+    void operator()(int32_t i, W e, W o) const {
+        if (i >= e0 && i < e1) stw(x, posL(i, p), e);
+        if (i >= o0 && i < o1) stw(x, posH(i, p), o);
+    }
+    template <class W>
+    void bulk(const W* E, const W* O, int32_t i0, int32_t n) const {
+        const int32_t end = i0 + n;
+        const int32_t s = std::min(end, std::max({i0, e0, o0})), t = std::min({end, e1, o1});
+        int32_t i = i0;
+        for (; i < s; ++i) (*this)(i, E[i - i0], O[i - i0]);
+        const W* first = p ? O : E;  // x[2i]
+        const W* second = p ? E : O;  // x[2i + 1]
+        if constexpr (std::is_same_v<T, int16_t>) {
+            for (; i + 8 <= t; i += 8) {
+                const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(first + (i - i0)));
+                const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(second + (i - i0)));
+                const __m256i v = _mm256_or_si256(_mm256_and_si256(a, _mm256_set1_epi32(0xFFFF)), _mm256_slli_epi32(b, 16));
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(x + 2 * intptr_t{i}), v);
+            }
+        } else if constexpr (std::is_same_v<T, float>) {
+            for (; i + 8 <= t; i += 8) {
+                const __m256 a = _mm256_loadu_ps(first + (i - i0)), b = _mm256_loadu_ps(second + (i - i0));
+                const __m256 l = _mm256_unpacklo_ps(a, b), h = _mm256_unpackhi_ps(a, b);
+                _mm256_storeu_ps(x + 2 * intptr_t{i}, _mm256_permute2f128_ps(l, h, 0x20));
+                _mm256_storeu_ps(x + 2 * intptr_t{i} + 8, _mm256_permute2f128_ps(l, h, 0x31));
+            }
+        }
+        for (; i < end; ++i) (*this)(i, E[i - i0], O[i - i0]);
+    }
+};
+
 // ------------------------------------------------------------ 16-bit seeds
 // The 16-bit rows start their interior from working values of the 32-bit
 // chain, saturated: b left of the first interior position (and, going back,
@@ -402,12 +543,7 @@ static void fwdRowT(const T* x, T* lo, T* hi, int32_t w, int32_t phase) {
         }
         return;
     }
-    fwdLine<P, kRun, VP>(
-        w, p, [&](int32_t i) { return X(posL(i, p)); }, [&](int32_t i) { return X(posH(i, p)); }, NoSeed{},
-        [&](int32_t i, W l, W h) {
-            stw(lo, i, l);
-            stw(hi, i, h);
-        });
+    fwdLine<P, kRun, VP>(w, p, Split<T>{x, p}, Split<T>{x, 1 - p}, NoSeed{}, BandsOut<T>{lo, hi, 0, w, 0, w});
 }
 
 template <class T, class P, class VP = NoVec>
@@ -428,10 +564,7 @@ static void invRowT(const T* lo, const T* hi, T* x, int32_t w, int32_t phase) {
         }
         return;
     }
-    invLine<P, kRun, VP>(w, p, LV, HV, NoSeed{}, [&](int32_t i, W e, W o) {
-        stw(x, posL(i, p), e);
-        stw(x, posH(i, p), o);
-    });
+    invLine<P, kRun, VP>(w, p, Band<T>{lo}, Band<T>{hi}, NoSeed{}, InterOut<T>{x, p, 0, w, 0, w});
 }
 
 void fwdRow97_32f(const float* x, float* lo, float* hi, int32_t w, int32_t phase) {
@@ -475,10 +608,9 @@ static void fwdRow97_16sT(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w,
         auto seed = [&](int, auto&& ref, int32_t a, int32_t b) {
             if (s >= a && s <= b) ref(s) = bs;
         };
-        fwdLine<Fixed15, kRun, VP>(w, p, xl, xh, seed, [&](int32_t i, int32_t l, int32_t h) {
-            if (!endLow(i, w, p)) stw(lo, i, l);
-            if (!endHigh(i, w)) stw(hi, i, h);
-        });
+        const int32_t l0 = p == 0 ? 1 : 0, l1 = p == 0 ? w - 1 : w - 2;
+        fwdLine<Fixed15, kRun, VP>(w, p, Split<int16_t>{x, p}, Split<int16_t>{x, 1 - p}, seed,
+                                   BandsOut<int16_t>{lo, hi, l0, l1, 0, w - 2});
     }
     auto ends = [&](int32_t i, int32_t l, int32_t h) {
         if (endLow(i, w, p)) stw(lo, i, sat16(l));
@@ -507,10 +639,9 @@ static void invRow97_16sT(const int16_t* lo, const int16_t* hi, int16_t* x, int3
         auto seed = [&](int stage, auto&& ref, int32_t a, int32_t b) {
             if (s >= a && s <= b) ref(s) = stage == 0 ? bs : xs;
         };
-        invLine<Fixed15, kRun, VP>(w, p, LV, HV, seed, [&](int32_t i, int32_t e, int32_t o) {
-            if (!endLow(i, w, p)) stw(x, posL(i, p), e);
-            if (!endHigh(i, w)) stw(x, posH(i, p), o);
-        });
+        const int32_t e0 = p == 0 ? 1 : 0, e1 = p == 0 ? w - 1 : w - 2;
+        invLine<Fixed15, kRun, VP>(w, p, Band<int16_t>{lo}, Band<int16_t>{hi}, seed,
+                                   InterOut<int16_t>{x, p, e0, e1, 0, w - 2});
     }
     auto ends = [&](int32_t i, int32_t e, int32_t o) {
         if (endLow(i, w, p)) stw(x, posL(i, p), sat16(e));
