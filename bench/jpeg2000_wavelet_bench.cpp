@@ -122,6 +122,56 @@ void BM_InvRows97_16s(benchmark::State& st) {
 }
 BENCHMARK(BM_InvRows97_16s)->Arg(4096)->Unit(benchmark::kMillisecond);
 
+// ------------------------------------------------------------ rows and columns alone
+
+template <class T, bool Vec, bool Fwd>
+void BM_Rows97(benchmark::State& st) {
+    const int n = int(st.range(0)), half = n / 2, m = 8, rows = 256;
+    std::vector<T> x = randomPlane<T>(size_t(n + 2 * m) * rows, 255), y(x.size());
+    for (auto _ : st) {
+        for (int r = 0; r < rows; ++r) {
+            T* xr = x.data() + size_t(r) * (n + 2 * m) + m;
+            T* yr = y.data() + size_t(r) * (n + 2 * m) + m;
+            if constexpr (std::is_same_v<T, float>) {
+                if (Fwd) (Vec ? j2k::fwdRow97_32f : j2k::fwdRow97_32f_c)(xr, yr, yr + half, half, 0);
+                else (Vec ? j2k::invRow97_32f : j2k::invRow97_32f_c)(xr, xr + half, yr, half, 0);
+            } else {
+                if (Fwd) (Vec ? j2k::fwdRow97_16s : j2k::fwdRow97_16s_c)(xr, yr, yr + half, half, 0);
+                else (Vec ? j2k::invRow97_16s : j2k::invRow97_16s_c)(xr, xr + half, yr, half, 0);
+            }
+        }
+        benchmark::ClobberMemory();
+    }
+    samples(st, double(n) * rows);
+}
+BENCHMARK(BM_Rows97<float, true, true>)->Arg(4096);
+BENCHMARK(BM_Rows97<float, false, true>)->Arg(4096);
+BENCHMARK(BM_Rows97<float, true, false>)->Arg(4096);
+BENCHMARK(BM_Rows97<float, false, false>)->Arg(4096);
+BENCHMARK(BM_Rows97<int16_t, true, true>)->Arg(4096);
+BENCHMARK(BM_Rows97<int16_t, false, true>)->Arg(4096);
+BENCHMARK(BM_Rows97<int16_t, true, false>)->Arg(4096);
+BENCHMARK(BM_Rows97<int16_t, false, false>)->Arg(4096);
+
+template <bool Vec, bool Fwd>
+void BM_Cols97(benchmark::State& st) {
+    const int n = int(st.range(0)), half = n / 2, m = 8;
+    const int stride = n + 2 * m, bs = stride * 4;
+    std::vector<float> x = randomPlane<float>(size_t(stride) * (n + 2 * m), 255), y(x.size());
+    float* x0 = x.data() + size_t(m) * stride + m;
+    float* y0 = y.data() + size_t(m) * stride + m;
+    for (auto _ : st) {
+        if (Fwd) (Vec ? j2k::fwdCol97_32f : j2k::fwdCol97_32f_c)(x0, bs, y0, bs, y0 + size_t(half) * stride, bs, n, half, 0);
+        else (Vec ? j2k::invCol97_32f : j2k::invCol97_32f_c)(x0, bs, x0 + size_t(half) * stride, bs, y0, bs, n, half, 0);
+        benchmark::ClobberMemory();
+    }
+    samples(st, double(n) * n);
+}
+BENCHMARK(BM_Cols97<true, true>)->Arg(2048)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Cols97<false, true>)->Arg(2048)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Cols97<true, false>)->Arg(2048)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Cols97<false, false>)->Arg(2048)->Unit(benchmark::kMillisecond);
+
 // ------------------------------------------------------------ lifting steps
 
 template <class T, bool Vec>
