@@ -725,10 +725,72 @@ ZEBAPI ZebStatus zebiWTInvRow_B53_JPEG2K_32s_C1R(const Zeb32s* srcLow, int srcLo
 /* (end of JPEG 2000 5/3 wavelet) */
 
 /* ------------------------------------------------------------------ JPEG 2000 9/7 wavelet */
+/* 9/7 irreversible wavelet building blocks, in the shape of the 5/3 ones:
+ * rows (16s, 32s, 32f) and float columns split a region into two bands of
+ * roiSize each; phase 0 puts the first sample at an even coordinate. Nothing
+ * is extended: the caller supplies x[-4]..x[2w+2] (phase 0) or x[-3]..x[2w+3]
+ * going forward, and L[-1]..L[w+1] (phase 0) or L[-2]..L[w], with
+ * H[-2]..H[w+1], going back. 16s rows work with 15 fraction bits and
+ * saturation inside the row and take their end samples from the 32s form;
+ * 32s works with 16 fraction bits and wraps its sums; 32f is single
+ * precision. The ColLift forms advance a vertical transform by one row pair
+ * with the caller's ring of rows: forward lowPrev, highOld and highPrev are
+ * updated in place, lowNew and highNew written; inverse evenPrev and oddPrev
+ * are updated, oddNew and evenNew written, evenOld only read. */
+
+ZEBAPI ZebStatus zebiWTFwdColLift_D97_JPEG2K_16s_C1(const Zeb16s* src0, const Zeb16s* src1, const Zeb16s* src2, Zeb16s* lowPrev, Zeb16s* lowNew, Zeb16s* highOld, Zeb16s* highPrev, Zeb16s* highNew, int width);
+ZEBAPI ZebStatus zebiWTFwdColLift_D97_JPEG2K_32f_C1(const Zeb32f* src0, const Zeb32f* src1, const Zeb32f* src2, Zeb32f* lowPrev, Zeb32f* lowNew, Zeb32f* highOld, Zeb32f* highPrev, Zeb32f* highNew, int width);
+ZEBAPI ZebStatus zebiWTFwdColLift_D97_JPEG2K_32s_C1(const Zeb32s* src0, const Zeb32s* src1, const Zeb32s* src2, Zeb32s* lowPrev, Zeb32s* lowNew, Zeb32s* highOld, Zeb32s* highPrev, Zeb32s* highNew, int width);
+ZEBAPI ZebStatus zebiWTFwdCol_D97_JPEG2K_32f_C1R(const Zeb32f* src, int srcStep, Zeb32f* dstLow, int dstLowStep, Zeb32f* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTFwdRow_D97_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, Zeb16s* dstLow, int dstLowStep, Zeb16s* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTFwdRow_D97_JPEG2K_32f_C1R(const Zeb32f* src, int srcStep, Zeb32f* dstLow, int dstLowStep, Zeb32f* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTFwdRow_D97_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, Zeb32s* dstLow, int dstLowStep, Zeb32s* dstHigh, int dstHighStep, ZebSize roiSize, int phase);
+ZEBAPI ZebStatus zebiWTInvColLift_D97_JPEG2K_16s_C1(const Zeb16s* srcLow, const Zeb16s* srcHigh0, const Zeb16s* srcHigh1, const Zeb16s* evenOld, Zeb16s* oddPrev, Zeb16s* evenPrev, Zeb16s* oddNew, Zeb16s* evenNew, int width);
+ZEBAPI ZebStatus zebiWTInvColLift_D97_JPEG2K_32f_C1(const Zeb32f* srcLow, const Zeb32f* srcHigh0, const Zeb32f* srcHigh1, const Zeb32f* evenOld, Zeb32f* oddPrev, Zeb32f* evenPrev, Zeb32f* oddNew, Zeb32f* evenNew, int width);
+ZEBAPI ZebStatus zebiWTInvColLift_D97_JPEG2K_32s_C1(const Zeb32s* srcLow, const Zeb32s* srcHigh0, const Zeb32s* srcHigh1, const Zeb32s* evenOld, Zeb32s* oddPrev, Zeb32s* evenPrev, Zeb32s* oddNew, Zeb32s* evenNew, int width);
+ZEBAPI ZebStatus zebiWTInvCol_D97_JPEG2K_32f_C1R(const Zeb32f* srcLow, int srcLowStep, const Zeb32f* srcHigh, int srcHighStep, ZebSize roiSize, Zeb32f* dst, int dstStep, int phase);
+ZEBAPI ZebStatus zebiWTInvRow_D97_JPEG2K_16s_C1R(const Zeb16s* srcLow, int srcLowStep, const Zeb16s* srcHigh, int srcHighStep, ZebSize roiSize, Zeb16s* dst, int dstStep, int phase);
+ZEBAPI ZebStatus zebiWTInvRow_D97_JPEG2K_32f_C1R(const Zeb32f* srcLow, int srcLowStep, const Zeb32f* srcHigh, int srcHighStep, ZebSize roiSize, Zeb32f* dst, int dstStep, int phase);
+ZEBAPI ZebStatus zebiWTInvRow_D97_JPEG2K_32s_C1R(const Zeb32s* srcLow, int srcLowStep, const Zeb32s* srcHigh, int srcHighStep, ZebSize roiSize, Zeb32s* dst, int dstStep, int phase);
 
 /* (end of JPEG 2000 9/7 wavelet) */
 
 /* ------------------------------------------------------------------ JPEG 2000 whole-block wavelet drivers */
+/* One complete level of the 5/3 or 9/7 transform on a region, with the
+ * symmetric extension, the parity of rect->x and rect->y, and lines of one
+ * and two samples. The result keeps the low band first along each line: LL
+ * top left, LH (vertically high-pass) bottom left, HL top right, HH bottom
+ * right; the C1R forms take or give the four bands through arrays of four
+ * pointers and steps in that order (LL, LH, HL, HH). buffer is caller work
+ * memory of at least the size that the matching GetBufSize form reports
+ * (in bytes; 0 is possible, buffer must still be non-null). The C1IR forms
+ * do not check the region's size. 16s 9/7 works with 14 fraction bits and
+ * truncates to 16 bits; 32s 9/7 lifts in single precision. */
+
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, const ZebTileRect* rect, Zeb16s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_B53_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, const ZebTileRect* rect, Zeb32s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_16s_C1R(const Zeb16s* src, int srcStep, const ZebTileRect* rect, Zeb16s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTFwd_D97_JPEG2K_32s_C1R(const Zeb32s* src, int srcStep, const ZebTileRect* rect, Zeb32s* const dst[4], const int dstStep[4], Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_16s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_16s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_32s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_B53_JPEG2K_32s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_16s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_16s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_32s_C1IR(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTGetBufSize_D97_JPEG2K_32s_C1R(const ZebTileRect* rect, int* size);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_16s_C1R(const Zeb16s* const src[4], const int srcStep[4], Zeb16s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_B53_JPEG2K_32s_C1R(const Zeb32s* const src[4], const int srcStep[4], Zeb32s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_16s_C1IR(Zeb16s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_16s_C1R(const Zeb16s* const src[4], const int srcStep[4], Zeb16s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_32s_C1IR(Zeb32s* srcDst, int srcDstStep, const ZebTileRect* rect, Zeb8u* buffer);
+ZEBAPI ZebStatus zebiWTInv_D97_JPEG2K_32s_C1R(const Zeb32s* const src[4], const int srcStep[4], Zeb32s* dst, int dstStep, const ZebTileRect* rect, Zeb8u* buffer);
 
 /* (end of JPEG 2000 whole-block wavelet drivers) */
 

@@ -254,4 +254,45 @@ void invLift53_32s(const int32_t* lo, const int32_t* h0, const int32_t* h1, cons
 void invLift53_32s_c(const int32_t* lo, const int32_t* h0, const int32_t* h1, const int32_t* evenPrev,
                      int32_t* odd, int32_t* even, int32_t w);
 
+// ------------------------------------------------------------ 9/7 kernels
+// Rows (one per call) in the float, 16-fraction-bit and 16-bit forms (the
+// float and 16-bit ones with vector blocks of eight band samples); float
+// columns with a scalar twin; single lifting steps. The float and 16-bit
+// lifting steps have vector forms with scalar twins; the 32-bit forms carry
+// 64-bit products and are scalar throughout.
+void fwdRow97_16s(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase);
+void fwdRow97_32s(const int32_t* x, int32_t* lo, int32_t* hi, int32_t w, int32_t phase);
+void fwdRow97_32f(const float* x, float* lo, float* hi, int32_t w, int32_t phase);
+void invRow97_16s(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase);
+void invRow97_32s(const int32_t* lo, const int32_t* hi, int32_t* x, int32_t w, int32_t phase);
+void invRow97_32f(const float* lo, const float* hi, float* x, int32_t w, int32_t phase);
+// Scalar twins of the 16-bit and float rows. The 16-bit inverse vector blocks
+// wrap the subtractions of their first two steps where single samples
+// saturate; everything else agrees on all data.
+void fwdRow97_16s_c(const int16_t* x, int16_t* lo, int16_t* hi, int32_t w, int32_t phase);
+void fwdRow97_32f_c(const float* x, float* lo, float* hi, int32_t w, int32_t phase);
+void invRow97_16s_c(const int16_t* lo, const int16_t* hi, int16_t* x, int32_t w, int32_t phase);
+void invRow97_32f_c(const float* lo, const float* hi, float* x, int32_t w, int32_t phase);
+
+void fwdCol97_32f(const float* x, int32_t xs, float* lo, int32_t ls, float* hi, int32_t hs, int32_t w, int32_t h,
+                  int32_t phase);
+void fwdCol97_32f_c(const float* x, int32_t xs, float* lo, int32_t ls, float* hi, int32_t hs, int32_t w, int32_t h,
+                    int32_t phase);
+void invCol97_32f(const float* lo, int32_t ls, const float* hi, int32_t hs, float* x, int32_t xs, int32_t w,
+                  int32_t h, int32_t phase);
+void invCol97_32f_c(const float* lo, int32_t ls, const float* hi, int32_t hs, float* x, int32_t xs, int32_t w,
+                    int32_t h, int32_t phase);
+
+// Forward: (s0, s1, s2, lowPrev, lowNew, highOld, highPrev, highNew, width).
+// Inverse: (srcLow, srcHigh0, srcHigh1, evenOld, oddPrev, evenPrev, oddNew, evenNew, width).
+#define ZEB_LIFT97(T, sfx)                                                                                        \
+    void fwdLift97_##sfx(const T* s0, const T* s1, const T* s2, T* lp, T* ln, T* ho, T* hp, T* hn, int32_t w); \
+    void invLift97_##sfx(const T* l, const T* h0, const T* h1, const T* eo, T* op, T* ep, T* on, T* en, int32_t w);
+ZEB_LIFT97(int16_t, 16s)
+ZEB_LIFT97(int16_t, 16s_c)
+ZEB_LIFT97(int32_t, 32s)
+ZEB_LIFT97(float, 32f)
+ZEB_LIFT97(float, 32f_c)
+#undef ZEB_LIFT97
+
 }  // namespace zeb::j2k
