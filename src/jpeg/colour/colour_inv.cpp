@@ -45,9 +45,52 @@ inline void blocks16(const uint8_t* const (&in)[NI], const int (&inBytes)[NI], u
     }
 }
 
+// 32 pixels of the plane (PlaneForm) or pixel form. The bytes are widened to
+// 16-bit lanes in two halves, pixels 0-7 with 16-23 and 8-15 with 24-31, so
+// that the final unsigned pack (the clamp to 0..255) puts them back in order.
+// Red and blue take one high-half multiply each; green sums both chroma
+// samples with a pair multiply-add in 32 bits.
+template <bool PlaneForm>
+inline void inv32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, __m256i& r, __m256i& g, __m256i& b) {
+    const __m256i z = _mm256_setzero_si256();
+    const __m256i cG = PlaneForm ? v::pair16(5638, 11700) : v::pair16(-5638, -11700);
+    const __m256i kG = v::k32(PlaneForm ? -2211182 : 2227566);
+    const __m256i vy = simd::loadu256(y), vb = simd::loadu256(cb), vr = simd::loadu256(cr);
+    __m256i rr[2], gg[2], bb[2];
+#pragma GCC unroll 2
+    for (int h = 0; h < 2; ++h) {
+        const __m256i y16 = h ? _mm256_unpackhi_epi8(vy, z) : _mm256_unpacklo_epi8(vy, z);
+        const __m256i b16 = h ? _mm256_unpackhi_epi8(vb, z) : _mm256_unpacklo_epi8(vb, z);
+        const __m256i r16 = h ? _mm256_unpackhi_epi8(vr, z) : _mm256_unpacklo_epi8(vr, z);
+        rr[h] = _mm256_add_epi16(y16, v::redOffset(r16));
+        bb[h] = _mm256_add_epi16(y16, PlaneForm ? v::bluePlaneOffset(b16) : v::bluePixelOffset(b16));
+        const __m256i lo = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(b16, r16), cG), kG), 14);
+        const __m256i hi = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(b16, r16), cG), kG), 14);
+        const __m256i t = _mm256_packs_epi32(lo, hi);
+        gg[h] = PlaneForm ? _mm256_sub_epi16(y16, t) : _mm256_add_epi16(y16, t);
+    }
+    r = _mm256_packus_epi16(rr[0], rr[1]);
+    g = _mm256_packus_epi16(gg[0], gg[1]);
+    b = _mm256_packus_epi16(bb[0], bb[1]);
+}
+
 template <bool Inv>
 void rowInvPlaneVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* const dst[3], int n) {
-    blocks16<3, 3>({y, cb, cr}, {16, 16, 16}, {dst[0], dst[1], dst[2]}, {16, 16, 16}, n,
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256i r, g, b;
+        inv32<true>(y + x, cb + x, cr + x, r, g, b);
+        if (Inv) {
+            const __m256i ff = _mm256_set1_epi8(-1);
+            r = _mm256_xor_si256(r, ff);
+            g = _mm256_xor_si256(g, ff);
+            b = _mm256_xor_si256(b, ff);
+        }
+        simd::storeu256(dst[0] + x, r);
+        simd::storeu256(dst[1] + x, g);
+        simd::storeu256(dst[2] + x, b);
+    }
+    blocks16<3, 3>({y + x, cb + x, cr + x}, {16, 16, 16}, {dst[0] + x, dst[1] + x, dst[2] + x}, {16, 16, 16}, n - x,
                    [](const uint8_t* const* i, uint8_t* const* o) {
                        __m256i r, g, b;
                        v::invPlane(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);
@@ -66,7 +109,15 @@ void rowInvPlaneVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uin
 
 template <Order O>
 void rowInvPixelVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n) {
-    blocks16<3, 1>({y, cb, cr}, {16, 16, 16}, {dst}, {48}, n, [](const uint8_t* const* i, uint8_t* const* o) {
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256i r, g, b;
+        inv32<false>(y + x, cb + x, cr + x, r, g, b);
+        if (O == kRGB) v::storeWeave3x32(dst + 3 * x, r, g, b);
+        else v::storeWeave3x32(dst + 3 * x, b, g, r);
+    }
+    blocks16<3, 1>({y + x, cb + x, cr + x}, {16, 16, 16}, {dst + 3 * x}, {48}, n - x,
+                   [](const uint8_t* const* i, uint8_t* const* o) {
         __m256i r, g, b;
         v::invPixel(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);
         if (O == kRGB) v::storePix16<3, 0, 1, 2>(o[0], r, g, b, r);
