@@ -229,9 +229,50 @@ void rowHighSubVecT(const uint8_t* s0, const uint8_t* s1, uint8_t* y0, uint8_t* 
     }
 }
 
+// The difference form on 32 pixels of three planes per step. The bytes are
+// interleaved into the pairs (R, G) and (G, B) of 32-bit lanes for the table
+// Y; the chroma (k d + 4210688) >> 15 is 128 plus the rounded high-half
+// product of d and k, which a signed byte pack saturates and a flip of the
+// top bit moves to 0..255, as the clamp does.
+template <bool Inv>
+int diffSteps32(const uint8_t* r0, const uint8_t* g0, const uint8_t* b0, uint8_t* const dst[3], int n) {
+    const __m256i z = _mm256_setzero_si256(), flip = _mm256_set1_epi8(-128);
+    const __m256i ones = _mm256_set1_epi8(static_cast<char>(Inv ? -1 : 0));
+    const __m256i cRG = v::pair16(19595, 19235), cGB = v::pair16(19235, 7471), half = v::k32(32768);
+    const __m256i kb = v::k16(18491), kr = v::k16(23373);
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        const __m256i r = _mm256_xor_si256(simd::loadu256(r0 + x), ones);
+        const __m256i g = _mm256_xor_si256(simd::loadu256(g0 + x), ones);
+        const __m256i b = _mm256_xor_si256(simd::loadu256(b0 + x), ones);
+        __m256i y16[2], cb16[2], cr16[2];
+#pragma GCC unroll 2
+        for (int h = 0; h < 2; ++h) {
+            const __m256i rg = h ? _mm256_unpackhi_epi8(r, g) : _mm256_unpacklo_epi8(r, g);
+            const __m256i gb = h ? _mm256_unpackhi_epi8(g, b) : _mm256_unpacklo_epi8(g, b);
+            auto sum = [&](__m256i a, __m256i c) {
+                return _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(a, cRG), _mm256_madd_epi16(c, cGB)), half), 16);
+            };
+            const __m256i lo = sum(_mm256_unpacklo_epi8(rg, z), _mm256_unpacklo_epi8(gb, z));
+            const __m256i hi = sum(_mm256_unpackhi_epi8(rg, z), _mm256_unpackhi_epi8(gb, z));
+            y16[h] = _mm256_packs_epi32(lo, hi);
+            const __m256i b16 = h ? _mm256_unpackhi_epi8(b, z) : _mm256_unpacklo_epi8(b, z);
+            const __m256i r16 = h ? _mm256_unpackhi_epi8(r, z) : _mm256_unpacklo_epi8(r, z);
+            cb16[h] = _mm256_mulhrs_epi16(_mm256_sub_epi16(b16, y16[h]), kb);
+            cr16[h] = _mm256_mulhrs_epi16(_mm256_sub_epi16(r16, y16[h]), kr);
+        }
+        simd::storeu256(dst[0] + x, _mm256_packus_epi16(y16[0], y16[1]));
+        simd::storeu256(dst[1] + x, _mm256_xor_si256(_mm256_packs_epi16(cb16[0], cb16[1]), flip));
+        simd::storeu256(dst[2] + x, _mm256_xor_si256(_mm256_packs_epi16(cr16[0], cr16[1]), flip));
+    }
+    return x;
+}
+
 template <bool Inv>
 void rowDiffVecT(const uint8_t* r0, const uint8_t* g0, const uint8_t* b0, uint8_t* const dst[3], int n) {
-    blocks16<3, 3>({r0, g0, b0}, {1, 1, 1}, {dst[0], dst[1], dst[2]}, {1, 1, 1}, n,
+    const int x = diffSteps32<Inv>(r0, g0, b0, dst, n);
+    r0 += x, g0 += x, b0 += x, n -= x;
+    blocks16<3, 3>({r0, g0, b0}, {1, 1, 1}, {dst[0] + x, dst[1] + x, dst[2] + x}, {1, 1, 1}, n,
                    [](const uint8_t* const* i, uint8_t* const* o) {
                        __m256i r = v::load16(i[0]), g = v::load16(i[1]), b = v::load16(i[2]);
                        if (Inv) {
