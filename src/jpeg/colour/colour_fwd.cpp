@@ -78,6 +78,8 @@ int ycc15Steps32(const uint8_t* src, uint8_t* y, uint8_t* cb, uint8_t* cr, int n
     int x = 0;
     for (; x + 32 <= n; x += 32) {
         const uint8_t* p = src + 3 * x;
+        _mm_prefetch(reinterpret_cast<const char*>(p + 768), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(p + 768 + 64), _MM_HINT_T0);
         __m256i rg[4], b1[4];
 #pragma GCC unroll 4
         for (int j = 0; j < 4; ++j) {
