@@ -148,9 +148,50 @@ void rowInvPackedVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, ui
                    });
 }
 
+// High-half form to three-byte pixels, 32 per step. With one chroma sample
+// per pair (Sub 2) the 16 samples are doubled as bytes first, so that every
+// pixel computes the terms of its own sample.
+template <int Sub, Order O>
+int invHigh3Steps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n) {
+    const __m256i z = _mm256_setzero_si256();
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        const __m256i vy = simd::loadu256(y + x);
+        __m256i vb, vr;
+        if (Sub == 1) {
+            vb = simd::loadu256(cb + x);
+            vr = simd::loadu256(cr + x);
+        } else {
+            const __m128i b = simd::loadu128(cb + x / 2), r = simd::loadu128(cr + x / 2);
+            vb = _mm256_set_m128i(_mm_unpackhi_epi8(b, b), _mm_unpacklo_epi8(b, b));
+            vr = _mm256_set_m128i(_mm_unpackhi_epi8(r, r), _mm_unpacklo_epi8(r, r));
+        }
+        __m256i rr[2], gg[2], bb[2];
+#pragma GCC unroll 2
+        for (int h = 0; h < 2; ++h) {
+            const __m256i y16 = _mm256_slli_epi16(h ? _mm256_unpackhi_epi8(vy, z) : _mm256_unpacklo_epi8(vy, z), 4);
+            __m256i tr, tg, tb;
+            v::invHighTerms(h ? _mm256_unpackhi_epi8(vb, z) : _mm256_unpacklo_epi8(vb, z),
+                            h ? _mm256_unpackhi_epi8(vr, z) : _mm256_unpacklo_epi8(vr, z), tr, tg, tb);
+            rr[h] = v::invHighApply(y16, tr);
+            gg[h] = v::invHighApply(y16, tg);
+            bb[h] = v::invHighApply(y16, tb);
+        }
+        const __m256i r = _mm256_packus_epi16(rr[0], rr[1]), g = _mm256_packus_epi16(gg[0], gg[1]),
+                      b = _mm256_packus_epi16(bb[0], bb[1]);
+        if (O == kRGB) v::storeWeave3x32(dst + 3 * x, r, g, b);
+        else v::storeWeave3x32(dst + 3 * x, b, g, r);
+    }
+    return x;
+}
+
 // High-half form: Sub 1 full chroma, 2 one chroma sample per pixel pair.
 template <int Sub, int P, Order O, bool A>
 void rowInvHighVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n, uint8_t alpha) {
+    if constexpr (P == 3) {
+        const int x = invHigh3Steps32<Sub, O>(y, cb, cr, dst, n);
+        y += x, cb += x / Sub, cr += x / Sub, dst += 3 * x, n -= x;
+    }
     const __m256i al = v::k16(alpha);
     auto block = [al](const uint8_t* const* i, uint8_t* const* o) {
         __m256i y16 = _mm256_slli_epi16(v::load16(i[0]), 4), vcb, vcr;
