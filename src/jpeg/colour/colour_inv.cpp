@@ -128,8 +128,38 @@ void rowInvPixelVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uin
 // Clamps 16-bit lanes to 0..255.
 inline __m256i clampLanes(__m256i x) { return _mm256_min_epi16(_mm256_max_epi16(x, _mm256_setzero_si256()), v::k16(255)); }
 
+// 32 pixels of the plane form packed into 16-bit words. The colours are
+// clamped bytes, so each half of a word is built with byte-wise shifts (a
+// 16-bit shift and a mask) and the two halves are then interleaved.
+template <bool Is565, Order O>
+int invPackedSteps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint16_t* dst, int n) {
+    auto b8 = [](int v) { return _mm256_set1_epi8(static_cast<char>(v)); };
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256i r, g, b;
+        inv32<true>(y + x, cb + x, cr + x, r, g, b);
+        const __m256i lo = O == kRGB ? r : b, hi = O == kRGB ? b : r;
+        const __m256i low5 = _mm256_and_si256(_mm256_srli_epi16(lo, 3), b8(0x1F));
+        __m256i wl, wh;
+        if (Is565) {
+            wl = _mm256_or_si256(low5, _mm256_and_si256(_mm256_slli_epi16(g, 3), b8(0xE0)));
+            wh = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(g, 5), b8(0x07)), _mm256_and_si256(hi, b8(0xF8)));
+        } else {
+            wl = _mm256_or_si256(low5, _mm256_and_si256(_mm256_slli_epi16(g, 2), b8(0xE0)));
+            wh = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(g, 6), b8(0x03)),
+                                 _mm256_and_si256(_mm256_srli_epi16(hi, 1), b8(0x7C)));
+        }
+        const __m256i a = _mm256_unpacklo_epi8(wl, wh), c = _mm256_unpackhi_epi8(wl, wh);  // [0-7 | 16-23], [8-15 | 24-31]
+        simd::storeu256(dst + x, _mm256_permute2x128_si256(a, c, 0x20));
+        simd::storeu256(dst + x + 16, _mm256_permute2x128_si256(a, c, 0x31));
+    }
+    return x;
+}
+
 template <bool Is565, Order O>
 void rowInvPackedVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint16_t* dst, int n) {
+    const int x = invPackedSteps32<Is565, O>(y, cb, cr, dst, n);
+    y += x, cb += x, cr += x, dst += x, n -= x;
     blocks16<3, 1>({y, cb, cr}, {16, 16, 16}, {reinterpret_cast<uint8_t*>(dst)}, {32}, n,
                    [](const uint8_t* const* i, uint8_t* const* o) {
                        __m256i r, g, b;

@@ -411,6 +411,13 @@ TEST(ColourInvKernels, EveryChromaPairMatchesScalar) {
             rowInvPixelVec(y.data(), cb.data(), cr.data(), v3.data(), n, ord);
             rowInvPixelScalar(y.data(), cb.data(), cr.data(), s3.data(), n, ord);
             ASSERT_EQ(v3, s3) << "pixel, luma " << luma;
+            for (bool is565 : {false, true}) {
+                uint16_t* wv = reinterpret_cast<uint16_t*>(v3.data());
+                uint16_t* ws = reinterpret_cast<uint16_t*>(s3.data());
+                rowInvPackedVec(y.data(), cb.data(), cr.data(), wv, n, is565, ord);
+                rowInvPackedScalar(y.data(), cb.data(), cr.data(), ws, n, is565, ord);
+                ASSERT_EQ(v3, s3) << (is565 ? "565" : "555") << ", luma " << luma;
+            }
         }
         for (bool inv : {false, true}) {
             uint8_t* const dv[3] = {vp[0].data(), vp[1].data(), vp[2].data()};
