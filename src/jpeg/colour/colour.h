@@ -433,6 +433,19 @@ inline void storeWeave3x32(uint8_t* p, __m256i c0, __m256i c1, __m256i c2) {
     simd::storeu128(p + 80, _mm256_extracti128_si256(p2, 1));
 }
 
+// Stores 32 four-byte pixels from four registers of 32 bytes (in pixel
+// order); c0 lands at byte 0 of each pixel.
+inline void storeWeave4x32(uint8_t* p, __m256i c0, __m256i c1, __m256i c2, __m256i c3) {
+    const __m256i a = _mm256_unpacklo_epi8(c0, c1), b = _mm256_unpackhi_epi8(c0, c1);
+    const __m256i c = _mm256_unpacklo_epi8(c2, c3), d = _mm256_unpackhi_epi8(c2, c3);
+    const __m256i q0 = _mm256_unpacklo_epi16(a, c), q1 = _mm256_unpackhi_epi16(a, c);  // 0-3|16-19, 4-7|20-23
+    const __m256i q2 = _mm256_unpacklo_epi16(b, d), q3 = _mm256_unpackhi_epi16(b, d);  // 8-11|24-27, 12-15|28-31
+    simd::storeu256(p, _mm256_permute2x128_si256(q0, q1, 0x20));
+    simd::storeu256(p + 32, _mm256_permute2x128_si256(q2, q3, 0x20));
+    simd::storeu256(p + 64, _mm256_permute2x128_si256(q0, q1, 0x31));
+    simd::storeu256(p + 96, _mm256_permute2x128_si256(q2, q3, 0x31));
+}
+
 // The red and blue offsets of the inverse plane and pixel forms from one
 // chroma sample (16-bit lanes, 0..255) by one high-half multiply:
 // hi16((4c + e) * k) + d equals ((k c + bias) >> 14) for every c in 0..255.

@@ -178,12 +178,12 @@ void rowInvPackedVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, ui
                    });
 }
 
-// High-half form to three-byte pixels, 32 per step. With one chroma sample
+// High-half form to three- or four-byte pixels, 32 per step. With one chroma sample
 // per pair (Sub 2) the 16 samples are doubled as bytes first, so that every
 // pixel computes the terms of its own sample.
-template <int Sub, Order O>
-int invHigh3Steps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n) {
-    const __m256i z = _mm256_setzero_si256();
+template <int Sub, int P, Order O>
+int invHighSteps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n, uint8_t alpha) {
+    const __m256i z = _mm256_setzero_si256(), al = _mm256_set1_epi8(static_cast<char>(alpha));
     int x = 0;
     for (; x + 32 <= n; x += 32) {
         const __m256i vy = simd::loadu256(y + x);
@@ -209,8 +209,13 @@ int invHigh3Steps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint
         }
         const __m256i r = _mm256_packus_epi16(rr[0], rr[1]), g = _mm256_packus_epi16(gg[0], gg[1]),
                       b = _mm256_packus_epi16(bb[0], bb[1]);
-        if (O == kRGB) v::storeWeave3x32(dst + 3 * x, r, g, b);
-        else v::storeWeave3x32(dst + 3 * x, b, g, r);
+        if (P == 3) {
+            if (O == kRGB) v::storeWeave3x32(dst + 3 * x, r, g, b);
+            else v::storeWeave3x32(dst + 3 * x, b, g, r);
+        } else {
+            if (O == kRGB) v::storeWeave4x32(dst + 4 * x, r, g, b, al);
+            else v::storeWeave4x32(dst + 4 * x, b, g, r, al);
+        }
     }
     return x;
 }
@@ -218,9 +223,9 @@ int invHigh3Steps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint
 // High-half form: Sub 1 full chroma, 2 one chroma sample per pixel pair.
 template <int Sub, int P, Order O, bool A>
 void rowInvHighVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n, uint8_t alpha) {
-    if constexpr (P == 3) {
-        const int x = invHigh3Steps32<Sub, O>(y, cb, cr, dst, n);
-        y += x, cb += x / Sub, cr += x / Sub, dst += 3 * x, n -= x;
+    {
+        const int x = invHighSteps32<Sub, P, O>(y, cb, cr, dst, n, alpha);
+        y += x, cb += x / Sub, cr += x / Sub, dst += P * x, n -= x;
     }
     const __m256i al = v::k16(alpha);
     auto block = [al](const uint8_t* const* i, uint8_t* const* o) {
@@ -244,6 +249,15 @@ void rowInvHighVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint
 }
 
 void rowYcckPixVecImpl(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n) {
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {  // 32 pixels of the plane form, complemented as clamped bytes
+        __m256i r, g, b;
+        inv32<true>(y + x, cb + x, cr + x, r, g, b);
+        const __m256i ff = _mm256_set1_epi8(-1);
+        v::storeWeave4x32(dst + 4 * x, _mm256_xor_si256(r, ff), _mm256_xor_si256(g, ff), _mm256_xor_si256(b, ff),
+                          simd::loadu256(k + x));
+    }
+    y += x, cb += x, cr += x, k += x, dst += 4 * x, n -= x;
     blocks16<4, 1>({y, cb, cr, k}, {16, 16, 16, 16}, {dst}, {64}, n, [](const uint8_t* const* i, uint8_t* const* o) {
         __m256i r, g, b;
         v::invPlane(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);
