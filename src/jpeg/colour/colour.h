@@ -355,6 +355,108 @@ inline void storePix16(uint8_t* p, __m256i c0, __m256i c1, __m256i c2, __m256i c
     }
 }
 
+
+// ---------------------------------------------------------------- 32-pixel layouts
+// Three-byte pixels straight into 32-bit lanes for the pair multiply-add: each
+// 128-bit lane of a register takes four pixels (12 bytes). The low lane's
+// pixels start at byte 0 of its 16 loaded bytes, the high lane's at byte 4, so
+// that a group of 32 pixels is read as [12j | 44 + 12j] for j = 0..3 and no
+// byte past the group's 96 is touched.
+struct Mask32 {
+    alignas(32) int8_t b[32];
+};
+inline __m256i ldMask(const Mask32& m) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(m.b)); }
+
+// Each 32-bit lane gets (byte c0, byte c1) of its pixel as two 16-bit words;
+// c1 < 0 leaves the upper word zero.
+constexpr Mask32 makeSpread3(int c0, int c1) {
+    Mask32 m{};
+    for (int lane = 0; lane < 2; ++lane)
+        for (int k = 0; k < 4; ++k) {
+            const int at = lane * 16 + 4 * k, base = lane * 4 + 3 * k;
+            m.b[at] = static_cast<int8_t>(base + c0);
+            m.b[at + 1] = -128;
+            m.b[at + 2] = static_cast<int8_t>(c1 < 0 ? -128 : base + c1);
+            m.b[at + 3] = -128;
+        }
+    return m;
+}
+template <int C0, int C1>
+inline constexpr Mask32 kSpread3 = makeSpread3(C0, C1);
+
+// Register j (0..3) of a 32-pixel group: pixels 4j..4j+3 in the low lane and
+// 16+4j..16+4j+3 in the high lane. Packing the results of registers 0,1 and
+// 2,3 and then the two packs gives the 32 samples in order.
+inline __m256i loadQuad3(const uint8_t* group, int j) {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(simd::loadu128(group + 12 * j)),
+                                   simd::loadu128(group + 44 + 12 * j), 1);
+}
+
+// Weaving three byte planes into three-byte pixels, 16 pixels per 128-bit
+// lane: each plane is first permuted so that every byte sits where one of the
+// three output parts needs it, then each part is two blends.
+constexpr Mask32 makeWeaveShuffle(int c) {
+    Mask32 m{};
+    for (int lane = 0; lane < 2; ++lane)
+        for (int i = 0; i < 16; ++i) {
+            const int k = ((c - i) % 3 + 3) % 3;  // the part whose byte i is colour c
+            m.b[lane * 16 + i] = static_cast<int8_t>((16 * k + i) / 3);
+        }
+    return m;
+}
+constexpr Mask32 makeWeaveSelect(int c) {  // bytes i with i % 3 == c
+    Mask32 m{};
+    for (int i = 0; i < 32; ++i) m.b[i] = static_cast<int8_t>((i % 16) % 3 == c ? -128 : 0);
+    return m;
+}
+template <int C>
+inline constexpr Mask32 kWeaveShuffle = makeWeaveShuffle(C);
+template <int C>
+inline constexpr Mask32 kWeaveSelect = makeWeaveSelect(C);
+
+// Stores 32 three-byte pixels from three registers of 32 bytes (in pixel
+// order); c0 lands at byte 0 of each pixel.
+inline void storeWeave3x32(uint8_t* p, __m256i c0, __m256i c1, __m256i c2) {
+    const __m256i a = _mm256_shuffle_epi8(c0, ldMask(kWeaveShuffle<0>));
+    const __m256i b = _mm256_shuffle_epi8(c1, ldMask(kWeaveShuffle<1>));
+    const __m256i c = _mm256_shuffle_epi8(c2, ldMask(kWeaveShuffle<2>));
+    const __m256i s0 = ldMask(kWeaveSelect<0>), s1 = ldMask(kWeaveSelect<1>), s2 = ldMask(kWeaveSelect<2>);
+    // Part k, byte i, holds colour (k + i) % 3.
+    const __m256i p0 = _mm256_blendv_epi8(_mm256_blendv_epi8(a, b, s1), c, s2);
+    const __m256i p1 = _mm256_blendv_epi8(_mm256_blendv_epi8(a, b, s0), c, s1);
+    const __m256i p2 = _mm256_blendv_epi8(_mm256_blendv_epi8(a, b, s2), c, s0);
+    simd::storeu128(p, _mm256_castsi256_si128(p0));
+    simd::storeu128(p + 16, _mm256_castsi256_si128(p1));
+    simd::storeu128(p + 32, _mm256_castsi256_si128(p2));
+    simd::storeu128(p + 48, _mm256_extracti128_si256(p0, 1));
+    simd::storeu128(p + 64, _mm256_extracti128_si256(p1, 1));
+    simd::storeu128(p + 80, _mm256_extracti128_si256(p2, 1));
+}
+
+// Stores 32 four-byte pixels from four registers of 32 bytes (in pixel
+// order); c0 lands at byte 0 of each pixel.
+inline void storeWeave4x32(uint8_t* p, __m256i c0, __m256i c1, __m256i c2, __m256i c3) {
+    const __m256i a = _mm256_unpacklo_epi8(c0, c1), b = _mm256_unpackhi_epi8(c0, c1);
+    const __m256i c = _mm256_unpacklo_epi8(c2, c3), d = _mm256_unpackhi_epi8(c2, c3);
+    const __m256i q0 = _mm256_unpacklo_epi16(a, c), q1 = _mm256_unpackhi_epi16(a, c);  // 0-3|16-19, 4-7|20-23
+    const __m256i q2 = _mm256_unpacklo_epi16(b, d), q3 = _mm256_unpackhi_epi16(b, d);  // 8-11|24-27, 12-15|28-31
+    simd::storeu256(p, _mm256_permute2x128_si256(q0, q1, 0x20));
+    simd::storeu256(p + 32, _mm256_permute2x128_si256(q2, q3, 0x20));
+    simd::storeu256(p + 64, _mm256_permute2x128_si256(q0, q1, 0x31));
+    simd::storeu256(p + 96, _mm256_permute2x128_si256(q2, q3, 0x31));
+}
+
+// The red and blue offsets of the inverse plane and pixel forms from one
+// chroma sample (16-bit lanes, 0..255) by one high-half multiply:
+// hi16((4c + e) * k) + d equals ((k c + bias) >> 14) for every c in 0..255.
+template <int E, int K, int D>
+inline __m256i chromaOffset(__m256i c16) {
+    return _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_add_epi16(_mm256_slli_epi16(c16, 2), k16(E)), k16(K)), k16(D));
+}
+inline __m256i redOffset(__m256i cr16) { return chromaOffset<80, 22970, -207>(cr16); }            // (22970 cr - 2932015) >> 14
+inline __m256i bluePixelOffset(__m256i cb16) { return chromaOffset<295, 29032, -357>(cb16); }     // (29032 cb - 3707961) >> 14
+inline __m256i bluePlaneOffset(__m256i cb16) { return chromaOffset<243, 29032, -334>(cb16); }     // (29032 cb - 3708561) >> 14
+
 inline __m256i load16(const uint8_t* p) { return fromBytes(simd::loadu128(p)); }
 inline void store16(uint8_t* p, __m256i x) { simd::storeu128(p, toBytes(x)); }
 

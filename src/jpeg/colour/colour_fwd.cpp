@@ -53,9 +53,57 @@ inline void blocks16(const uint8_t* const (&in)[NI], const int (&inBytes)[NI], u
     }
 }
 
+// The 15-bit form on 32 three-byte pixels per step. Each register holds
+// eight pixels as the pairs (R, G) and (B, 1), so that two multiply-adds give
+// a whole sum: the bias rides on the 1. The chroma biases are split as
+// 128 * 2^15 plus a remainder that fits a 16-bit coefficient, and the 128 is
+// added back on the bytes: a signed pack saturates t to -128..127 and
+// flipping the top bit gives 128 + t clamped to 0..255, as clampHi does for
+// sums that are never negative.
+template <Order O, bool Chroma>
+int ycc15Steps32(const uint8_t* src, uint8_t* y, uint8_t* cb, uint8_t* cr, int n) {
+    const __m256i mRG = v::ldMask(v::kSpread3<offR(O), 1>), mB = v::ldMask(v::kSpread3<offB(O), -1>);
+    const __m256i one = _mm256_set1_epi32(1 << 16), flip = _mm256_set1_epi8(-128);
+    const __m256i yRG = v::pair16(9798, 19235), yB = v::pair16(3736, 16266);
+    const __m256i cbRG = v::pair16(-5529, -10855), cbB = v::pair16(16384, 16384);
+    const __m256i crRG = v::pair16(16384, -13720), crB = v::pair16(-2664, 16400);
+    auto plane = [](const __m256i (&rg)[4], const __m256i (&b1)[4], __m256i cRG, __m256i cB, __m256i& lo, __m256i& hi) {
+        __m256i s[4];
+#pragma GCC unroll 4
+        for (int j = 0; j < 4; ++j)
+            s[j] = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(rg[j], cRG), _mm256_madd_epi16(b1[j], cB)), 15);
+        lo = _mm256_packs_epi32(s[0], s[1]);
+        hi = _mm256_packs_epi32(s[2], s[3]);
+    };
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        const uint8_t* p = src + 3 * x;
+        _mm_prefetch(reinterpret_cast<const char*>(p + 768), _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(p + 768 + 64), _MM_HINT_T0);
+        __m256i rg[4], b1[4];
+#pragma GCC unroll 4
+        for (int j = 0; j < 4; ++j) {
+            const __m256i raw = v::loadQuad3(p, j);
+            rg[j] = _mm256_shuffle_epi8(raw, mRG);
+            b1[j] = _mm256_or_si256(_mm256_shuffle_epi8(raw, mB), one);
+        }
+        __m256i lo, hi;
+        plane(rg, b1, yRG, yB, lo, hi);
+        simd::storeu256(y + x, _mm256_packus_epi16(lo, hi));
+        if (Chroma) {
+            plane(rg, b1, cbRG, cbB, lo, hi);
+            simd::storeu256(cb + x, _mm256_xor_si256(_mm256_packs_epi16(lo, hi), flip));
+            plane(rg, b1, crRG, crB, lo, hi);
+            simd::storeu256(cr + x, _mm256_xor_si256(_mm256_packs_epi16(lo, hi), flip));
+        }
+    }
+    return x;
+}
+
 template <Order O>
 void rowY15VecT(const uint8_t* src, uint8_t* y, int n) {
-    blocks16<1, 1>({src}, {3}, {y}, {1}, n, [](const uint8_t* const* i, uint8_t* const* o) {
+    const int x = ycc15Steps32<O, false>(src, y, nullptr, nullptr, n);
+    blocks16<1, 1>({src + 3 * x}, {3}, {y + x}, {1}, n - x, [](const uint8_t* const* i, uint8_t* const* o) {
         __m256i r, g, b;
         gatherRGB<3, O>(v::loadPix16<3>(i[0]), r, g, b);
         v::store16(o[0], v::y15(r, g, b));
@@ -64,7 +112,9 @@ void rowY15VecT(const uint8_t* src, uint8_t* y, int n) {
 
 template <Order O>
 void rowYcc15VecT(const uint8_t* src, uint8_t* const dst[3], int n) {
-    blocks16<1, 3>({src}, {3}, {dst[0], dst[1], dst[2]}, {1, 1, 1}, n, [](const uint8_t* const* i, uint8_t* const* o) {
+    const int x = ycc15Steps32<O, true>(src, dst[0], dst[1], dst[2], n);
+    blocks16<1, 3>({src + 3 * x}, {3}, {dst[0] + x, dst[1] + x, dst[2] + x}, {1, 1, 1}, n - x,
+                   [](const uint8_t* const* i, uint8_t* const* o) {
         __m256i r, g, b, y, cb, cr;
         gatherRGB<3, O>(v::loadPix16<3>(i[0]), r, g, b);
         v::fwd15(r, g, b, y, cb, cr);
@@ -181,9 +231,50 @@ void rowHighSubVecT(const uint8_t* s0, const uint8_t* s1, uint8_t* y0, uint8_t* 
     }
 }
 
+// The difference form on 32 pixels of three planes per step. The bytes are
+// interleaved into the pairs (R, G) and (G, B) of 32-bit lanes for the table
+// Y; the chroma (k d + 4210688) >> 15 is 128 plus the rounded high-half
+// product of d and k, which a signed byte pack saturates and a flip of the
+// top bit moves to 0..255, as the clamp does.
+template <bool Inv>
+int diffSteps32(const uint8_t* r0, const uint8_t* g0, const uint8_t* b0, uint8_t* const dst[3], int n) {
+    const __m256i z = _mm256_setzero_si256(), flip = _mm256_set1_epi8(-128);
+    const __m256i ones = _mm256_set1_epi8(static_cast<char>(Inv ? -1 : 0));
+    const __m256i cRG = v::pair16(19595, 19235), cGB = v::pair16(19235, 7471), half = v::k32(32768);
+    const __m256i kb = v::k16(18491), kr = v::k16(23373);
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        const __m256i r = _mm256_xor_si256(simd::loadu256(r0 + x), ones);
+        const __m256i g = _mm256_xor_si256(simd::loadu256(g0 + x), ones);
+        const __m256i b = _mm256_xor_si256(simd::loadu256(b0 + x), ones);
+        __m256i y16[2], cb16[2], cr16[2];
+#pragma GCC unroll 2
+        for (int h = 0; h < 2; ++h) {
+            const __m256i rg = h ? _mm256_unpackhi_epi8(r, g) : _mm256_unpacklo_epi8(r, g);
+            const __m256i gb = h ? _mm256_unpackhi_epi8(g, b) : _mm256_unpacklo_epi8(g, b);
+            auto sum = [&](__m256i a, __m256i c) {
+                return _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(_mm256_madd_epi16(a, cRG), _mm256_madd_epi16(c, cGB)), half), 16);
+            };
+            const __m256i lo = sum(_mm256_unpacklo_epi8(rg, z), _mm256_unpacklo_epi8(gb, z));
+            const __m256i hi = sum(_mm256_unpackhi_epi8(rg, z), _mm256_unpackhi_epi8(gb, z));
+            y16[h] = _mm256_packs_epi32(lo, hi);
+            const __m256i b16 = h ? _mm256_unpackhi_epi8(b, z) : _mm256_unpacklo_epi8(b, z);
+            const __m256i r16 = h ? _mm256_unpackhi_epi8(r, z) : _mm256_unpacklo_epi8(r, z);
+            cb16[h] = _mm256_mulhrs_epi16(_mm256_sub_epi16(b16, y16[h]), kb);
+            cr16[h] = _mm256_mulhrs_epi16(_mm256_sub_epi16(r16, y16[h]), kr);
+        }
+        simd::storeu256(dst[0] + x, _mm256_packus_epi16(y16[0], y16[1]));
+        simd::storeu256(dst[1] + x, _mm256_xor_si256(_mm256_packs_epi16(cb16[0], cb16[1]), flip));
+        simd::storeu256(dst[2] + x, _mm256_xor_si256(_mm256_packs_epi16(cr16[0], cr16[1]), flip));
+    }
+    return x;
+}
+
 template <bool Inv>
 void rowDiffVecT(const uint8_t* r0, const uint8_t* g0, const uint8_t* b0, uint8_t* const dst[3], int n) {
-    blocks16<3, 3>({r0, g0, b0}, {1, 1, 1}, {dst[0], dst[1], dst[2]}, {1, 1, 1}, n,
+    const int x = diffSteps32<Inv>(r0, g0, b0, dst, n);
+    r0 += x, g0 += x, b0 += x, n -= x;
+    blocks16<3, 3>({r0, g0, b0}, {1, 1, 1}, {dst[0] + x, dst[1] + x, dst[2] + x}, {1, 1, 1}, n,
                    [](const uint8_t* const* i, uint8_t* const* o) {
                        __m256i r = v::load16(i[0]), g = v::load16(i[1]), b = v::load16(i[2]);
                        if (Inv) {

@@ -45,9 +45,52 @@ inline void blocks16(const uint8_t* const (&in)[NI], const int (&inBytes)[NI], u
     }
 }
 
+// 32 pixels of the plane (PlaneForm) or pixel form. The bytes are widened to
+// 16-bit lanes in two halves, pixels 0-7 with 16-23 and 8-15 with 24-31, so
+// that the final unsigned pack (the clamp to 0..255) puts them back in order.
+// Red and blue take one high-half multiply each; green sums both chroma
+// samples with a pair multiply-add in 32 bits.
+template <bool PlaneForm>
+inline void inv32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, __m256i& r, __m256i& g, __m256i& b) {
+    const __m256i z = _mm256_setzero_si256();
+    const __m256i cG = PlaneForm ? v::pair16(5638, 11700) : v::pair16(-5638, -11700);
+    const __m256i kG = v::k32(PlaneForm ? -2211182 : 2227566);
+    const __m256i vy = simd::loadu256(y), vb = simd::loadu256(cb), vr = simd::loadu256(cr);
+    __m256i rr[2], gg[2], bb[2];
+#pragma GCC unroll 2
+    for (int h = 0; h < 2; ++h) {
+        const __m256i y16 = h ? _mm256_unpackhi_epi8(vy, z) : _mm256_unpacklo_epi8(vy, z);
+        const __m256i b16 = h ? _mm256_unpackhi_epi8(vb, z) : _mm256_unpacklo_epi8(vb, z);
+        const __m256i r16 = h ? _mm256_unpackhi_epi8(vr, z) : _mm256_unpacklo_epi8(vr, z);
+        rr[h] = _mm256_add_epi16(y16, v::redOffset(r16));
+        bb[h] = _mm256_add_epi16(y16, PlaneForm ? v::bluePlaneOffset(b16) : v::bluePixelOffset(b16));
+        const __m256i lo = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(b16, r16), cG), kG), 14);
+        const __m256i hi = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(b16, r16), cG), kG), 14);
+        const __m256i t = _mm256_packs_epi32(lo, hi);
+        gg[h] = PlaneForm ? _mm256_sub_epi16(y16, t) : _mm256_add_epi16(y16, t);
+    }
+    r = _mm256_packus_epi16(rr[0], rr[1]);
+    g = _mm256_packus_epi16(gg[0], gg[1]);
+    b = _mm256_packus_epi16(bb[0], bb[1]);
+}
+
 template <bool Inv>
 void rowInvPlaneVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* const dst[3], int n) {
-    blocks16<3, 3>({y, cb, cr}, {16, 16, 16}, {dst[0], dst[1], dst[2]}, {16, 16, 16}, n,
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256i r, g, b;
+        inv32<true>(y + x, cb + x, cr + x, r, g, b);
+        if (Inv) {
+            const __m256i ff = _mm256_set1_epi8(-1);
+            r = _mm256_xor_si256(r, ff);
+            g = _mm256_xor_si256(g, ff);
+            b = _mm256_xor_si256(b, ff);
+        }
+        simd::storeu256(dst[0] + x, r);
+        simd::storeu256(dst[1] + x, g);
+        simd::storeu256(dst[2] + x, b);
+    }
+    blocks16<3, 3>({y + x, cb + x, cr + x}, {16, 16, 16}, {dst[0] + x, dst[1] + x, dst[2] + x}, {16, 16, 16}, n - x,
                    [](const uint8_t* const* i, uint8_t* const* o) {
                        __m256i r, g, b;
                        v::invPlane(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);
@@ -66,7 +109,15 @@ void rowInvPlaneVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uin
 
 template <Order O>
 void rowInvPixelVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n) {
-    blocks16<3, 1>({y, cb, cr}, {16, 16, 16}, {dst}, {48}, n, [](const uint8_t* const* i, uint8_t* const* o) {
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256i r, g, b;
+        inv32<false>(y + x, cb + x, cr + x, r, g, b);
+        if (O == kRGB) v::storeWeave3x32(dst + 3 * x, r, g, b);
+        else v::storeWeave3x32(dst + 3 * x, b, g, r);
+    }
+    blocks16<3, 1>({y + x, cb + x, cr + x}, {16, 16, 16}, {dst + 3 * x}, {48}, n - x,
+                   [](const uint8_t* const* i, uint8_t* const* o) {
         __m256i r, g, b;
         v::invPixel(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);
         if (O == kRGB) v::storePix16<3, 0, 1, 2>(o[0], r, g, b, r);
@@ -77,8 +128,38 @@ void rowInvPixelVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uin
 // Clamps 16-bit lanes to 0..255.
 inline __m256i clampLanes(__m256i x) { return _mm256_min_epi16(_mm256_max_epi16(x, _mm256_setzero_si256()), v::k16(255)); }
 
+// 32 pixels of the plane form packed into 16-bit words. The colours are
+// clamped bytes, so each half of a word is built with byte-wise shifts (a
+// 16-bit shift and a mask) and the two halves are then interleaved.
+template <bool Is565, Order O>
+int invPackedSteps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint16_t* dst, int n) {
+    auto b8 = [](int v) { return _mm256_set1_epi8(static_cast<char>(v)); };
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256i r, g, b;
+        inv32<true>(y + x, cb + x, cr + x, r, g, b);
+        const __m256i lo = O == kRGB ? r : b, hi = O == kRGB ? b : r;
+        const __m256i low5 = _mm256_and_si256(_mm256_srli_epi16(lo, 3), b8(0x1F));
+        __m256i wl, wh;
+        if (Is565) {
+            wl = _mm256_or_si256(low5, _mm256_and_si256(_mm256_slli_epi16(g, 3), b8(0xE0)));
+            wh = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(g, 5), b8(0x07)), _mm256_and_si256(hi, b8(0xF8)));
+        } else {
+            wl = _mm256_or_si256(low5, _mm256_and_si256(_mm256_slli_epi16(g, 2), b8(0xE0)));
+            wh = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(g, 6), b8(0x03)),
+                                 _mm256_and_si256(_mm256_srli_epi16(hi, 1), b8(0x7C)));
+        }
+        const __m256i a = _mm256_unpacklo_epi8(wl, wh), c = _mm256_unpackhi_epi8(wl, wh);  // [0-7 | 16-23], [8-15 | 24-31]
+        simd::storeu256(dst + x, _mm256_permute2x128_si256(a, c, 0x20));
+        simd::storeu256(dst + x + 16, _mm256_permute2x128_si256(a, c, 0x31));
+    }
+    return x;
+}
+
 template <bool Is565, Order O>
 void rowInvPackedVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint16_t* dst, int n) {
+    const int x = invPackedSteps32<Is565, O>(y, cb, cr, dst, n);
+    y += x, cb += x, cr += x, dst += x, n -= x;
     blocks16<3, 1>({y, cb, cr}, {16, 16, 16}, {reinterpret_cast<uint8_t*>(dst)}, {32}, n,
                    [](const uint8_t* const* i, uint8_t* const* o) {
                        __m256i r, g, b;
@@ -97,9 +178,55 @@ void rowInvPackedVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, ui
                    });
 }
 
+// High-half form to three- or four-byte pixels, 32 per step. With one chroma sample
+// per pair (Sub 2) the 16 samples are doubled as bytes first, so that every
+// pixel computes the terms of its own sample.
+template <int Sub, int P, Order O>
+int invHighSteps32(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n, uint8_t alpha) {
+    const __m256i z = _mm256_setzero_si256(), al = _mm256_set1_epi8(static_cast<char>(alpha));
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        const __m256i vy = simd::loadu256(y + x);
+        __m256i vb, vr;
+        if (Sub == 1) {
+            vb = simd::loadu256(cb + x);
+            vr = simd::loadu256(cr + x);
+        } else {
+            const __m128i b = simd::loadu128(cb + x / 2), r = simd::loadu128(cr + x / 2);
+            vb = _mm256_set_m128i(_mm_unpackhi_epi8(b, b), _mm_unpacklo_epi8(b, b));
+            vr = _mm256_set_m128i(_mm_unpackhi_epi8(r, r), _mm_unpacklo_epi8(r, r));
+        }
+        __m256i rr[2], gg[2], bb[2];
+#pragma GCC unroll 2
+        for (int h = 0; h < 2; ++h) {
+            const __m256i y16 = _mm256_slli_epi16(h ? _mm256_unpackhi_epi8(vy, z) : _mm256_unpacklo_epi8(vy, z), 4);
+            __m256i tr, tg, tb;
+            v::invHighTerms(h ? _mm256_unpackhi_epi8(vb, z) : _mm256_unpacklo_epi8(vb, z),
+                            h ? _mm256_unpackhi_epi8(vr, z) : _mm256_unpacklo_epi8(vr, z), tr, tg, tb);
+            rr[h] = v::invHighApply(y16, tr);
+            gg[h] = v::invHighApply(y16, tg);
+            bb[h] = v::invHighApply(y16, tb);
+        }
+        const __m256i r = _mm256_packus_epi16(rr[0], rr[1]), g = _mm256_packus_epi16(gg[0], gg[1]),
+                      b = _mm256_packus_epi16(bb[0], bb[1]);
+        if (P == 3) {
+            if (O == kRGB) v::storeWeave3x32(dst + 3 * x, r, g, b);
+            else v::storeWeave3x32(dst + 3 * x, b, g, r);
+        } else {
+            if (O == kRGB) v::storeWeave4x32(dst + 4 * x, r, g, b, al);
+            else v::storeWeave4x32(dst + 4 * x, b, g, r, al);
+        }
+    }
+    return x;
+}
+
 // High-half form: Sub 1 full chroma, 2 one chroma sample per pixel pair.
 template <int Sub, int P, Order O, bool A>
 void rowInvHighVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint8_t* dst, int n, uint8_t alpha) {
+    {
+        const int x = invHighSteps32<Sub, P, O>(y, cb, cr, dst, n, alpha);
+        y += x, cb += x / Sub, cr += x / Sub, dst += P * x, n -= x;
+    }
     const __m256i al = v::k16(alpha);
     auto block = [al](const uint8_t* const* i, uint8_t* const* o) {
         __m256i y16 = _mm256_slli_epi16(v::load16(i[0]), 4), vcb, vcr;
@@ -122,6 +249,15 @@ void rowInvHighVecT(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, uint
 }
 
 void rowYcckPixVecImpl(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, const uint8_t* k, uint8_t* dst, int n) {
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {  // 32 pixels of the plane form, complemented as clamped bytes
+        __m256i r, g, b;
+        inv32<true>(y + x, cb + x, cr + x, r, g, b);
+        const __m256i ff = _mm256_set1_epi8(-1);
+        v::storeWeave4x32(dst + 4 * x, _mm256_xor_si256(r, ff), _mm256_xor_si256(g, ff), _mm256_xor_si256(b, ff),
+                          simd::loadu256(k + x));
+    }
+    y += x, cb += x, cr += x, k += x, dst += 4 * x, n -= x;
     blocks16<4, 1>({y, cb, cr, k}, {16, 16, 16, 16}, {dst}, {64}, n, [](const uint8_t* const* i, uint8_t* const* o) {
         __m256i r, g, b;
         v::invPlane(v::load16(i[0]), v::load16(i[1]), v::load16(i[2]), r, g, b);

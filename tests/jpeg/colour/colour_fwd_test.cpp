@@ -484,6 +484,43 @@ TEST(ColourFwdKernels, VectorMatchesScalarTwin) {
     }
 }
 
+// Every colour through the 32-pixel steps of the 15-bit form (a row of all
+// (R, G) pairs per blue value), in both byte orders (BGR on every 15th blue),
+// and of the difference form on planes (inverted on every 15th blue).
+TEST(ColourFwdKernels, EveryColourMatchesScalar) {
+    const int n = 65536;
+    std::vector<uint8_t> src(3 * n), pr(n), pg(n), pb(n), v[3], sc[3];
+    for (int i = 0; i < n; ++i) {
+        pr[i] = static_cast<uint8_t>(i);
+        pg[i] = static_cast<uint8_t>(i >> 8);
+    }
+    for (int c = 0; c < 3; ++c) v[c].assign(n, 0), sc[c].assign(n, 0);
+    uint8_t* const dv[3] = {v[0].data(), v[1].data(), v[2].data()};
+    uint8_t* const ds[3] = {sc[0].data(), sc[1].data(), sc[2].data()};
+    for (int b = 0; b < 256; ++b) {
+        for (int i = 0; i < n; ++i) {
+            src[3 * i] = static_cast<uint8_t>(i);
+            src[3 * i + 1] = static_cast<uint8_t>(i >> 8);
+            src[3 * i + 2] = static_cast<uint8_t>(b);
+        }
+        for (Order o : {kRGB, kBGR}) {
+            if (o == kBGR && b % 15) continue;
+            rowYcc15Vec(src.data(), dv, n, o);
+            rowYcc15Scalar(src.data(), ds, n, o);
+            for (int c = 0; c < 3; ++c) ASSERT_EQ(v[c], sc[c]) << "plane " << c << ", third byte " << b;
+            rowY15Vec(src.data(), dv[0], n, o);
+            ASSERT_EQ(v[0], sc[0]) << "Y only, third byte " << b;
+        }
+        std::fill(pb.begin(), pb.end(), static_cast<uint8_t>(b));
+        for (bool inv : {false, true}) {
+            if (inv && b % 15) continue;
+            rowDiffVec(pr.data(), pg.data(), pb.data(), dv, n, inv);
+            rowDiffScalar(pr.data(), pg.data(), pb.data(), ds, n, inv);
+            for (int c = 0; c < 3; ++c) ASSERT_EQ(v[c], sc[c]) << "difference form, plane " << c << ", blue " << b;
+        }
+    }
+}
+
 // ---------------------------------------------------------------- threading
 
 TEST(ColourFwdThreads, ThresholdWithOneAndSeveralThreads) {

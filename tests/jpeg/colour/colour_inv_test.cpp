@@ -393,6 +393,42 @@ TEST(ColourInvKernels, VectorMatchesScalarTwin) {
     }
 }
 
+// Every (Cb, Cr) pair, each with a few luma values, through the 32-pixel
+// steps: the one-multiply red and blue offsets must hold for every sample.
+TEST(ColourInvKernels, EveryChromaPairMatchesScalar) {
+    const int n = 65536;
+    std::vector<uint8_t> y(n), cb(n), cr(n), v3(3 * n), s3(3 * n), vp[3], sp[3];
+    for (auto* p : {vp, sp})
+        for (int c = 0; c < 3; ++c) p[c].assign(n, 0);
+    for (int i = 0; i < n; ++i) {
+        cb[i] = static_cast<uint8_t>(i);
+        cr[i] = static_cast<uint8_t>(i >> 8);
+    }
+    for (int luma : {0, 1, 16, 128, 235, 254, 255, -1}) {
+        if (luma < 0) zebtest::fillRandom(y.data(), n, 0, 255);
+        else std::fill(y.begin(), y.end(), static_cast<uint8_t>(luma));
+        for (Order ord : {kRGB, kBGR}) {
+            rowInvPixelVec(y.data(), cb.data(), cr.data(), v3.data(), n, ord);
+            rowInvPixelScalar(y.data(), cb.data(), cr.data(), s3.data(), n, ord);
+            ASSERT_EQ(v3, s3) << "pixel, luma " << luma;
+            for (bool is565 : {false, true}) {
+                uint16_t* wv = reinterpret_cast<uint16_t*>(v3.data());
+                uint16_t* ws = reinterpret_cast<uint16_t*>(s3.data());
+                rowInvPackedVec(y.data(), cb.data(), cr.data(), wv, n, is565, ord);
+                rowInvPackedScalar(y.data(), cb.data(), cr.data(), ws, n, is565, ord);
+                ASSERT_EQ(v3, s3) << (is565 ? "565" : "555") << ", luma " << luma;
+            }
+        }
+        for (bool inv : {false, true}) {
+            uint8_t* const dv[3] = {vp[0].data(), vp[1].data(), vp[2].data()};
+            uint8_t* const ds[3] = {sp[0].data(), sp[1].data(), sp[2].data()};
+            rowInvPlaneVec(y.data(), cb.data(), cr.data(), dv, n, inv);
+            rowInvPlaneScalar(y.data(), cb.data(), cr.data(), ds, n, inv);
+            for (int c = 0; c < 3; ++c) ASSERT_EQ(vp[c], sp[c]) << "plane " << c << ", luma " << luma;
+        }
+    }
+}
+
 // ---------------------------------------------------------------- threading
 
 TEST(ColourInvThreads, ThresholdWithOneAndSeveralThreads) {
