@@ -205,6 +205,95 @@ struct Mq {
     }
 };
 
+// The step of a context state st for a decision d, at index 2 * st + d, in
+// one word: Qe in the low 16 bits, the state after a renormalisation in bits
+// 16 to 23, 1 in bit 24 when d is the more probable symbol.
+constexpr std::array<uint32_t, 188> makeDecisionSteps() {
+    std::array<uint32_t, 188> t{};
+    for (int st = 0; st < 94; ++st)
+        for (int d = 0; d < 2; ++d) {
+            const uint32_t isMps = (st & 1) == d ? 1u : 0u;
+            const uint32_t next = isMps ? kSteps[st].nextMps : kSteps[st].nextLps;
+            t[2 * st + d] = kSteps[st].qe | (next << 16) | (isMps << 24);
+        }
+    return t;
+}
+constexpr auto kDecisionSteps = makeDecisionSteps();
+
+// Codes symbols idx to limit - 1 straight into the caller's buffer with the
+// registers in locals; the room for two bytes per symbol has been checked.
+// Same arithmetic as Mq::encode.
+[[gnu::noinline]] void encodeDirectRun(Mq& m, const uint8_t* dec, const uint8_t* ctx, int idx, int limit,
+                                       uint8_t* states) {
+    uint32_t a = m.a, c = m.c, ct = m.ct, b = m.b;
+    uint8_t* const out = m.direct;
+    int pos = m.pos;
+    int outCount = m.outCount;
+    for (; idx < limit; ++idx) {
+        const uint32_t cx = ctx[idx];
+        const uint32_t st = states[cx];
+        const uint32_t e = kDecisionSteps[2 * st + dec[idx]];
+        const uint32_t qe = e & 0xFFFFu;
+        const uint32_t isMps = e >> 24;
+        const uint32_t aSub = a - qe;
+        // With x = (d is the MPS) XOR (A - Qe < Qe): C grows by Qe and A
+        // keeps A - Qe when x is set, A becomes Qe otherwise. The state stays
+        // on an MPS that needs no renormalisation.
+        const uint32_t mask = 0u - (isMps ^ static_cast<uint32_t>(aSub < qe));
+        c += qe & mask;
+        a = qe ^ ((aSub ^ qe) & mask);
+        const uint32_t keep = 0u - (isMps & (aSub >> 15));
+        states[cx] = static_cast<uint8_t>(((e >> 16) & ~keep) | (st & keep));
+        uint32_t n = static_cast<uint32_t>(__builtin_clz(a)) - 16;
+        a <<= n;
+        if (n < ct) {
+            c <<= n;
+            ct -= n;
+            continue;
+        }
+        // Shifts up to each byte-out, then the rest.
+        do {
+            c <<= ct;
+            n -= ct;
+            if (b != 0xFF) {
+                if (c >= 0x8000000u) {
+                    ++b;
+                    if (b == 0xFF) {
+                        c &= 0x7FFFFFFu;
+                        goto afterFF;
+                    }
+                }
+                if (m.skip)
+                    m.skip = 0;
+                else
+                    out[pos++] = static_cast<uint8_t>(b);
+                ++outCount;
+                b = (c >> 19) & 0xFF;
+                c &= 0x7FFFFu;
+                ct = 8;
+                continue;
+            }
+        afterFF:
+            if (m.skip)
+                m.skip = 0;
+            else
+                out[pos++] = static_cast<uint8_t>(b);
+            ++outCount;
+            b = (c >> 20) & 0xFF;
+            c &= 0xFFFFFu;
+            ct = 7;
+        } while (n >= ct);
+        c <<= n;
+        ct -= n;
+    }
+    m.a = a;
+    m.c = c;
+    m.ct = ct;
+    m.b = b;
+    m.pos = pos;
+    m.outCount = outCount;
+}
+
 struct Output {
     uint8_t* dst;
     int room;
@@ -274,7 +363,8 @@ bool mqPass(ZebJ2kCoderState* c, bool terminate, Output& out) {
             // two bytes each, without a test per symbol.
             while (idx < count && out.room - m.pos >= 2) {
                 const int limit = idx + std::min(count - idx, (out.room - m.pos) / 2);
-                for (; idx < limit; ++idx) m.encode<true>(dec[idx], states[ctx[idx]]);
+                encodeDirectRun(m, dec, ctx, idx, limit, states);
+                idx = limit;
             }
             out.stored += m.pos;
             out.room -= m.pos;
