@@ -2,6 +2,8 @@
 // coder or the raw bit writer into the caller's buffer, pass by pass, and
 // keeps the rate and length of every pass. A store call may stop at any
 // byte; everything needed to go on lives in the coder record.
+#include <immintrin.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -205,47 +207,62 @@ struct Mq {
     }
 };
 
-// The step of a context state st for a decision d, at index 2 * st + d, in
-// one word: Qe in the low 16 bits, the state after a renormalisation in bits
-// 16 to 23, 1 in bit 24 when d is the more probable symbol.
-constexpr std::array<uint32_t, 188> makeDecisionSteps() {
-    std::array<uint32_t, 188> t{};
-    for (int st = 0; st < 94; ++st)
-        for (int d = 0; d < 2; ++d) {
-            const uint32_t isMps = (st & 1) == d ? 1u : 0u;
-            const uint32_t next = isMps ? kSteps[st].nextMps : kSteps[st].nextLps;
-            t[2 * st + d] = kSteps[st].qe | (next << 16) | (isMps << 24);
-        }
+// A context's state as one 64-bit word, so that the coder reads Qe, the more
+// probable symbol and both successors with one load: Qe in bits 0 to 15, the
+// MPS in bit 16, the state number (row * 2 + MPS) in bits 17 to 23, the
+// state number after an MPS with renormalisation in bits 24 to 30, after an
+// LPS in bits 32 to 38, the shift that takes Qe to 0x8000 or above in bits
+// 40 to 43 and Qe so shifted in bits 48 to 63.
+constexpr std::array<uint64_t, 94> makeStateWords() {
+    std::array<uint64_t, 94> t{};
+    for (int st = 0; st < 94; ++st) {
+        const uint64_t qe = kSteps[st].qe;
+        uint64_t shift = 0;
+        while (((qe << shift) & 0x8000u) == 0) ++shift;
+        t[st] = qe | (uint64_t(st & 1) << 16) | (uint64_t(st) << 17) | (uint64_t{kSteps[st].nextMps} << 24) |
+                (uint64_t{kSteps[st].nextLps} << 32) | (shift << 40) | ((qe << shift) << 48);
+    }
     return t;
 }
-constexpr auto kDecisionSteps = makeDecisionSteps();
+constexpr auto kStateWords = makeStateWords();
 
 // Codes symbols idx to limit - 1 straight into the caller's buffer with the
 // registers in locals; the room for two bytes per symbol has been checked.
-// Same arithmetic as Mq::encode.
-[[gnu::noinline]] void encodeDirectRun(Mq& m, const uint8_t* dec, const uint8_t* ctx, int idx, int limit,
-                                       uint8_t* states) {
+// Same arithmetic as Mq::encode, arranged to keep the chain from one
+// symbol's A to the next short: both candidates for the new A are shifted
+// into place before the choice between them, the shift of Qe comes from the
+// state word, and the new state is chosen between the word in hand and its
+// successor, loaded ahead.
+[[gnu::noinline, gnu::target("lzcnt")]] void encodeDirectRun(Mq& m, const uint8_t* dec, const uint8_t* ctx,
+                                                             int idx, int limit, uint8_t* states) {
+    uint64_t words[kContextCount];
+    for (int i = 0; i < kContextCount; ++i) words[i] = kStateWords[states[i]];
     uint32_t a = m.a, c = m.c, ct = m.ct, b = m.b;
-    uint8_t* const out = m.direct;
-    int pos = m.pos;
-    int outCount = m.outCount;
-    for (; idx < limit; ++idx) {
-        const uint32_t cx = ctx[idx];
-        const uint32_t st = states[cx];
-        const uint32_t e = kDecisionSteps[2 * st + dec[idx]];
-        const uint32_t qe = e & 0xFFFFu;
-        const uint32_t isMps = e >> 24;
+    uint8_t* const outStart = m.direct + m.pos;
+    uint8_t* out = outStart;
+    const int skipBefore = m.skip;
+    // One pointer walks both symbol buffers.
+    const std::ptrdiff_t toDec = dec - ctx;
+    const uint8_t* p = ctx + idx;
+    const uint8_t* const end = ctx + limit;
+    for (; p != end; ++p) {
+        const uint32_t cx = *p;
+        const uint64_t e = words[cx];
+        const uint32_t lo = static_cast<uint32_t>(e);
+        const uint32_t qe = lo & 0xFFFFu;
+        const uint32_t isMps = ((lo >> 16) ^ p[toDec] ^ 1u) & 1u;
+        const uint64_t ne = kStateWords[(e >> (32 - 8 * isMps)) & 0x7F];
         const uint32_t aSub = a - qe;
-        // With x = (d is the MPS) XOR (A - Qe < Qe): C grows by Qe and A
-        // keeps A - Qe when x is set, A becomes Qe otherwise. The state stays
-        // on an MPS that needs no renormalisation.
         const uint32_t mask = 0u - (isMps ^ static_cast<uint32_t>(aSub < qe));
+        const uint64_t keep = 0u - static_cast<uint64_t>(isMps & (aSub >> 15));
+        words[cx] = ne ^ ((e ^ ne) & keep);
         c += qe & mask;
-        a = qe ^ ((aSub ^ qe) & mask);
-        const uint32_t keep = 0u - (isMps & (aSub >> 15));
-        states[cx] = static_cast<uint8_t>(((e >> 16) & ~keep) | (st & keep));
-        uint32_t n = static_cast<uint32_t>(__builtin_clz(a)) - 16;
-        a <<= n;
+        const uint32_t nSub = _lzcnt_u32(aSub) - 16;
+        const uint32_t nQe = static_cast<uint32_t>(e >> 40) & 15u;
+        const uint32_t aQe = static_cast<uint32_t>(e >> 48);
+        const uint32_t aS = aSub << nSub;
+        uint32_t n = nQe ^ ((nSub ^ nQe) & mask);
+        a = aQe ^ ((aS ^ aQe) & mask);
         if (n < ct) {
             c <<= n;
             ct -= n;
@@ -266,8 +283,7 @@ constexpr auto kDecisionSteps = makeDecisionSteps();
                 if (m.skip)
                     m.skip = 0;
                 else
-                    out[pos++] = static_cast<uint8_t>(b);
-                ++outCount;
+                    *out++ = static_cast<uint8_t>(b);
                 b = (c >> 19) & 0xFF;
                 c &= 0x7FFFFu;
                 ct = 8;
@@ -277,8 +293,7 @@ constexpr auto kDecisionSteps = makeDecisionSteps();
             if (m.skip)
                 m.skip = 0;
             else
-                out[pos++] = static_cast<uint8_t>(b);
-            ++outCount;
+                *out++ = static_cast<uint8_t>(b);
             b = (c >> 20) & 0xFF;
             c &= 0xFFFFFu;
             ct = 7;
@@ -290,8 +305,9 @@ constexpr auto kDecisionSteps = makeDecisionSteps();
     m.c = c;
     m.ct = ct;
     m.b = b;
-    m.pos = pos;
-    m.outCount = outCount;
+    m.pos += static_cast<int>(out - outStart);
+    m.outCount += static_cast<int>(out - outStart) + (skipBefore - m.skip);
+    for (int i = 0; i < kContextCount; ++i) states[i] = static_cast<uint8_t>((words[i] >> 17) & 0x7F);
 }
 
 struct Output {
