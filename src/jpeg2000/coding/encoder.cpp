@@ -212,7 +212,7 @@ struct Modeller {
 
     [[gnu::always_inline]] void cleanupBody(int p) {
         const std::ptrdiff_t st = step;
-        stripes([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
+        auto column = [&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
             int r = 0;
             if (rows == 4 && (*w0 | *w1) == 0) {
                 // Run-length mode: the first row with a 1 on this plane.
@@ -250,7 +250,42 @@ struct Modeller {
             }
             *w0 &= ~kPairVisited;
             if (rows > 2) *w1 &= ~kPairVisited;
-        });
+        };
+        // Full stripes take eight columns at once while all their flag words
+        // are clear and none of their samples has a 1 on this plane: each
+        // column is then one run-length 0.
+        const __m256i planeBit = _mm256_set1_epi32(static_cast<int>(1u << p));
+        const uint8_t* sp = src;
+        uint32_t* f0 = flags;
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            uint32_t* f1 = f0 + fs;
+            int x = 0;
+            if (rows == 4) {
+                while (x + 8 <= width) {
+                    const __m256i f = _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(f0 + x)),
+                                                      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f1 + x)));
+                    const uint8_t* q = sp + 4 * x;
+                    const __m256i v = _mm256_or_si256(
+                        _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(q)),
+                                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + st))),
+                        _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 2 * st)),
+                                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 3 * st))));
+                    if (_mm256_testz_si256(f, f) && _mm256_testz_si256(v, planeBit)) {
+                        const uint64_t zeros = 0, runLabels = 0x0101010101010101ull * kLabelRunLength;
+                        std::memcpy(dec + n, &zeros, 8);
+                        std::memcpy(ctx + n, &runLabels, 8);
+                        n += 8;
+                        x += 8;
+                        continue;
+                    }
+                    for (const int end = x + 8; x < end; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+                }
+            }
+            for (; x < width; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+            sp += 4 * st;
+            f0 += 2 * fs;
+        }
         if (segmentation) {
             emit(1, kLabelUniform);
             emit(0, kLabelUniform);
