@@ -207,32 +207,42 @@ struct Mq {
     }
 };
 
-// A context's state as one 64-bit word, so that the coder reads Qe, the more
-// probable symbol and both successors with one load: Qe in bits 0 to 15, the
-// MPS in bit 16, the state number (row * 2 + MPS) in bits 17 to 23, the
-// state number after an MPS with renormalisation in bits 24 to 30, after an
-// LPS in bits 32 to 38, the shift that takes Qe to 0x8000 or above in bits
-// 40 to 43 and Qe so shifted in bits 48 to 63.
+// A context's state as one 64-bit word, so that the coder reads everything a
+// decision needs with one load and one shift: the low half serves decision
+// 0, the high half decision 1. Each half holds Qe in bits 0 to 15, the shift
+// that takes Qe to 0x8000 or above in bits 16 to 19, the state number (row *
+// 2 + MPS) that follows a renormalisation in bits 20 to 26, and 1 in bit 31
+// when the decision is the more probable symbol. Bits 27 to 30 of the low
+// half and 27 to 29 of the high half hold the word's own state number.
 constexpr std::array<uint64_t, 94> makeStateWords() {
     std::array<uint64_t, 94> t{};
     for (int st = 0; st < 94; ++st) {
-        const uint64_t qe = kSteps[st].qe;
-        uint64_t shift = 0;
+        const uint32_t qe = kSteps[st].qe;
+        uint32_t shift = 0;
         while (((qe << shift) & 0x8000u) == 0) ++shift;
-        t[st] = qe | (uint64_t(st & 1) << 16) | (uint64_t(st) << 17) | (uint64_t{kSteps[st].nextMps} << 24) |
-                (uint64_t{kSteps[st].nextLps} << 32) | (shift << 40) | ((qe << shift) << 48);
+        uint64_t w = 0;
+        for (uint32_t d = 0; d < 2; ++d) {
+            const uint32_t isMps = (static_cast<uint32_t>(st) & 1u) == d ? 1u : 0u;
+            const uint32_t next = isMps ? kSteps[st].nextMps : kSteps[st].nextLps;
+            const uint32_t own = d == 0 ? (st & 15) : (st >> 4);
+            const uint32_t half = qe | (shift << 16) | (next << 20) | (own << 27) | (isMps << 31);
+            w |= uint64_t{half} << (32 * d);
+        }
+        t[st] = w;
     }
     return t;
 }
 constexpr auto kStateWords = makeStateWords();
+constexpr uint32_t stateOfWord(uint64_t w) {
+    return ((static_cast<uint32_t>(w) >> 27) & 15u) | (((static_cast<uint32_t>(w >> 32) >> 27) & 7u) << 4);
+}
 
 // Codes symbols idx to limit - 1 straight into the caller's buffer with the
 // registers in locals; the room for two bytes per symbol has been checked.
 // Same arithmetic as Mq::encode, arranged to keep the chain from one
 // symbol's A to the next short: both candidates for the new A are shifted
-// into place before the choice between them, the shift of Qe comes from the
-// state word, and the new state is chosen between the word in hand and its
-// successor, loaded ahead.
+// into place before the choice between them, and the new state is chosen
+// between the word in hand and its successor, loaded ahead.
 [[gnu::noinline, gnu::target("lzcnt")]] void encodeDirectRun(Mq& m, const uint8_t* dec, const uint8_t* ctx,
                                                              int idx, int limit, uint8_t* states) {
     uint64_t words[kContextCount];
@@ -248,18 +258,21 @@ constexpr auto kStateWords = makeStateWords();
     for (; p != end; ++p) {
         const uint32_t cx = *p;
         const uint64_t e = words[cx];
-        const uint32_t lo = static_cast<uint32_t>(e);
-        const uint32_t qe = lo & 0xFFFFu;
-        const uint32_t isMps = ((lo >> 16) ^ p[toDec] ^ 1u) & 1u;
-        const uint64_t ne = kStateWords[(e >> (32 - 8 * isMps)) & 0x7F];
+        const uint32_t h = static_cast<uint32_t>(e >> (32u * p[toDec]));
+        const uint32_t qe = h & 0xFFFFu;
+        const uint64_t ne = kStateWords[(h >> 20) & 0x7Fu];
         const uint32_t aSub = a - qe;
-        const uint32_t mask = 0u - (isMps ^ static_cast<uint32_t>(aSub < qe));
-        const uint64_t keep = 0u - static_cast<uint64_t>(isMps & (aSub >> 15));
+        // x = (d is the MPS) XOR (A - Qe < Qe), as a mask from the sign of
+        // A - 2 Qe and the MPS bit; the state stays on an MPS that leaves A
+        // at 0x8000 or above.
+        const uint32_t mask = static_cast<uint32_t>(static_cast<int32_t>((aSub - qe) ^ (h & 0x80000000u)) >> 31);
+        const uint64_t keep =
+            static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>((aSub << 16) & h) >> 31));
         words[cx] = ne ^ ((e ^ ne) & keep);
         c += qe & mask;
         const uint32_t nSub = _lzcnt_u32(aSub) - 16;
-        const uint32_t nQe = static_cast<uint32_t>(e >> 40) & 15u;
-        const uint32_t aQe = static_cast<uint32_t>(e >> 48);
+        const uint32_t nQe = (h >> 16) & 15u;
+        const uint32_t aQe = qe << nQe;
         const uint32_t aS = aSub << nSub;
         uint32_t n = nQe ^ ((nSub ^ nQe) & mask);
         a = aQe ^ ((aS ^ aQe) & mask);
@@ -307,7 +320,7 @@ constexpr auto kStateWords = makeStateWords();
     m.b = b;
     m.pos += static_cast<int>(out - outStart);
     m.outCount += static_cast<int>(out - outStart) + (skipBefore - m.skip);
-    for (int i = 0; i < kContextCount; ++i) states[i] = static_cast<uint8_t>((words[i] >> 17) & 0x7F);
+    for (int i = 0; i < kContextCount; ++i) states[i] = static_cast<uint8_t>(stateOfWord(words[i]));
 }
 
 struct Output {
