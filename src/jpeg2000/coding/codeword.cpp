@@ -209,23 +209,20 @@ struct Mq {
 
 // A context's state as one 64-bit word, so that the coder reads everything a
 // decision needs with one load and one shift: the low half serves decision
-// 0, the high half decision 1. Each half holds Qe in bits 0 to 15, the shift
-// that takes Qe to 0x8000 or above in bits 16 to 19, the state number (row *
-// 2 + MPS) that follows a renormalisation in bits 20 to 26, and 1 in bit 31
+// 0, the high half decision 1. Each half holds Qe in bits 0 to 15, the state
+// number (row * 2 + MPS) that follows a renormalisation in bits 20 to 26, and 1 in bit 31
 // when the decision is the more probable symbol. Bits 27 to 30 of the low
 // half and 27 to 29 of the high half hold the word's own state number.
 constexpr std::array<uint64_t, 94> makeStateWords() {
     std::array<uint64_t, 94> t{};
     for (int st = 0; st < 94; ++st) {
         const uint32_t qe = kSteps[st].qe;
-        uint32_t shift = 0;
-        while (((qe << shift) & 0x8000u) == 0) ++shift;
         uint64_t w = 0;
         for (uint32_t d = 0; d < 2; ++d) {
             const uint32_t isMps = (static_cast<uint32_t>(st) & 1u) == d ? 1u : 0u;
             const uint32_t next = isMps ? kSteps[st].nextMps : kSteps[st].nextLps;
             const uint32_t own = d == 0 ? (st & 15) : (st >> 4);
-            const uint32_t half = qe | (shift << 16) | (next << 20) | (own << 27) | (isMps << 31);
+            const uint32_t half = qe | (next << 20) | (own << 27) | (isMps << 31);
             w |= uint64_t{half} << (32 * d);
         }
         t[st] = w;
@@ -239,10 +236,9 @@ constexpr uint32_t stateOfWord(uint64_t w) {
 
 // Codes symbols idx to limit - 1 straight into the caller's buffer with the
 // registers in locals; the room for two bytes per symbol has been checked.
-// Same arithmetic as Mq::encode, arranged to keep the chain from one
-// symbol's A to the next short: both candidates for the new A are shifted
-// into place before the choice between them, and the new state is chosen
-// between the word in hand and its successor, loaded ahead.
+// Same arithmetic as Mq::encode with few instructions per symbol: the new
+// state is chosen between the word in hand and its successor, loaded ahead,
+// and the renormalisation is one shift unless a byte-out falls within it.
 [[gnu::noinline, gnu::target("lzcnt")]] void encodeDirectRun(Mq& m, const uint8_t* dec, const uint8_t* ctx,
                                                              int idx, int limit, uint8_t* states) {
     uint64_t words[kContextCount];
@@ -270,12 +266,9 @@ constexpr uint32_t stateOfWord(uint64_t w) {
             static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>((aSub << 16) & h) >> 31));
         words[cx] = ne ^ ((e ^ ne) & keep);
         c += qe & mask;
-        const uint32_t nSub = _lzcnt_u32(aSub) - 16;
-        const uint32_t nQe = (h >> 16) & 15u;
-        const uint32_t aQe = qe << nQe;
-        const uint32_t aS = aSub << nSub;
-        uint32_t n = nQe ^ ((nSub ^ nQe) & mask);
-        a = aQe ^ ((aS ^ aQe) & mask);
+        a = qe ^ ((aSub ^ qe) & mask);
+        uint32_t n = _lzcnt_u32(a) - 16;
+        a <<= n;
         if (n < ct) {
             c <<= n;
             ct -= n;
