@@ -247,28 +247,27 @@ constexpr uint32_t stateOfWord(uint64_t w) {
     uint8_t* const outStart = m.direct + m.pos;
     uint8_t* out = outStart;
     const int skipBefore = m.skip;
-    // One pointer walks both symbol buffers.
-    const std::ptrdiff_t toDec = dec - ctx;
-    const uint8_t* p = ctx + idx;
-    const uint8_t* const end = ctx + limit;
-    for (; p != end; ++p) {
-        const uint32_t cx = *p;
+    // One index, counting up to 0, walks both symbol buffers.
+    const uint8_t* const ctxEnd = ctx + limit;
+    const uint8_t* const decEnd = dec + limit;
+    for (std::ptrdiff_t i = idx - limit; i != 0; ++i) {
+        const uint32_t cx = ctxEnd[i];
         const uint64_t e = words[cx];
-        const uint32_t h = static_cast<uint32_t>(e >> (32u * p[toDec]));
+        const uint32_t h = static_cast<uint32_t>(e >> (32u * decEnd[i]));
         const uint32_t qe = h & 0xFFFFu;
         const uint64_t ne = kStateWords[(h >> 20) & 0x7Fu];
         const uint32_t aSub = a - qe;
         // x = (d is the MPS) XOR (A - Qe < Qe), as a mask from the sign of
-        // A - 2 Qe and the MPS bit; the state stays on an MPS that leaves A
-        // at 0x8000 or above.
+        // A - 2 Qe and the MPS bit.
         const uint32_t mask = static_cast<uint32_t>(static_cast<int32_t>((aSub - qe) ^ (h & 0x80000000u)) >> 31);
-        const uint64_t keep =
-            static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>((aSub << 16) & h) >> 31));
-        words[cx] = ne ^ ((e ^ ne) & keep);
         c += qe & mask;
         a = qe ^ ((aSub ^ qe) & mask);
         uint32_t n = _lzcnt_u32(a) - 16;
         a <<= n;
+        // The state stays exactly when A needs no renormalisation: an MPS
+        // leaving A at 0x8000 or above (after an LPS, A is below 0x8000).
+        const uint64_t keep = static_cast<uint64_t>((static_cast<int64_t>(n) - 1) >> 63);
+        words[cx] = ne ^ ((e ^ ne) & keep);
         if (n < ct) {
             c <<= n;
             ct -= n;
