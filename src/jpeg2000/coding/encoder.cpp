@@ -362,6 +362,9 @@ struct Modeller {
         // are clear and none of their samples has a 1 on this plane: each
         // column is then one run-length 0.
         const __m256i planeBit = _mm256_set1_epi32(static_cast<int>(1u << p));
+        const __m256i sigVisited = _mm256_set1_epi16(static_cast<int16_t>(0xC000));
+        const __m256i visited = _mm256_set1_epi32(static_cast<int>(kPairVisited));
+        const __m256i zero = _mm256_setzero_si256();
         const uint8_t* sp = src;
         uint32_t* f0 = flags;
         for (int y0 = 0; y0 < height; y0 += 4) {
@@ -378,6 +381,18 @@ struct Modeller {
                                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + st))),
                         _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 2 * st)),
                                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 3 * st))));
+                    // Columns whose samples are all significant or visited
+                    // code nothing; their visited marks are cleared.
+                    const __m256i F0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f0 + x));
+                    const __m256i F1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f1 + x));
+                    const __m256i open = _mm256_or_si256(_mm256_cmpeq_epi16(_mm256_and_si256(F0, sigVisited), zero),
+                                                         _mm256_cmpeq_epi16(_mm256_and_si256(F1, sigVisited), zero));
+                    if (_mm256_testz_si256(open, open)) {
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(f0 + x), _mm256_andnot_si256(visited, F0));
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(f1 + x), _mm256_andnot_si256(visited, F1));
+                        x += 8;
+                        continue;
+                    }
                     if (_mm256_testz_si256(f, f) && _mm256_testz_si256(v, planeBit)) {
                         const uint64_t zeros = 0, runLabels = 0x0101010101010101ull * kLabelRunLength;
                         std::memcpy(dec + n, &zeros, 8);
