@@ -277,7 +277,7 @@ struct Modeller {
                         _mm256_or_si256(_mm256_and_si256(_mm256_srl_epi32(S0, ps), one),
                                         _mm256_slli_epi32(_mm256_and_si256(_mm256_srl_epi32(S1, ps), one), 8)),
                         _mm256_or_si256(_mm256_slli_epi32(_mm256_and_si256(_mm256_srl_epi32(S2, ps), one), 16),
-                                        _mm256_slli_epi32(_mm256_srl_epi32(S3, ps), 24)));
+                                        _mm256_slli_epi32(_mm256_and_si256(_mm256_srl_epi32(S3, ps), one), 24)));
                     distortion(S0, _mm256_srai_epi32(_mm256_slli_epi32(T0, 16), 31));
                     distortion(S1, _mm256_srai_epi32(T0, 31));
                     distortion(S2, _mm256_srai_epi32(_mm256_slli_epi32(T1, 16), 31));
