@@ -14,6 +14,8 @@
 
 namespace zeb::j2k {
 
+bool gVectorPaths = true;
+
 namespace {
 
 inline uint32_t loadWord(const uint8_t* p) {
@@ -30,7 +32,9 @@ struct Modeller {
     int fs;           // flag row stride in words
     uint8_t* dec;
     uint8_t* ctx;
-    int n;  // symbols written
+    int n;         // symbols written
+    int capacity;  // room of each symbol buffer
+    bool vectorPaths;
     const uint8_t* zc;
     bool causal;
     bool segmentation;
@@ -187,7 +191,7 @@ struct Modeller {
     template <bool Raw>
     [[gnu::always_inline]] void refinementBody(int p) {
         const std::ptrdiff_t st = step;
-        stripes<kPairSig>([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
+        auto column = [&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
             if (*w0 & kPairSig) {
                 refineSample<Raw>(w0, sp, 0, p);
                 if (rows > 1) refineSample<Raw>(w0, sp + st, 1, p);
@@ -196,7 +200,110 @@ struct Modeller {
                 refineSample<Raw>(w1, sp + 2 * st, 0, p);
                 if (rows > 3) refineSample<Raw>(w1, sp + 3 * st, 1, p);
             }
-        });
+        };
+        if (Raw || !vectorPaths) {
+            stripes<kPairSig>(column);
+            return;
+        }
+        // Full stripes go eight columns at a time: the 32 samples' decisions,
+        // labels and conditions are formed in vectors in coding order (the
+        // four rows of a column are the four bytes of a 32-bit lane) and the
+        // coded ones are packed together eight bytes at a time.
+        const __m256i sigVisited = _mm256_set1_epi16(static_cast<int16_t>(0xC000));
+        const __m256i sigOnly = _mm256_set1_epi16(static_cast<int16_t>(0x8000));
+        const __m256i refined = _mm256_set1_epi16(0x0100);
+        const __m256i low8 = _mm256_set1_epi16(0x00FF);
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i one = _mm256_set1_epi32(1);
+        const __m256i idxMask = _mm256_set1_epi32(127);
+        const __m128i rs = _mm_cvtsi32_si128(rshift), ls = _mm_cvtsi32_si128(lshift), ps = _mm_cvtsi32_si128(p);
+        const bool exact = dtab == kDistRefinementExact.data();
+        __m256i acc = zero;
+        auto labels = [&](__m256i f) __attribute__((always_inline)) {
+            const __m256i notRefined = _mm256_cmpeq_epi16(_mm256_and_si256(f, refined), zero);
+            const __m256i lowZero = _mm256_cmpeq_epi16(_mm256_and_si256(f, low8), zero);
+            return _mm256_add_epi16(_mm256_set1_epi16(kLabelRefineFirst + 2),
+                                    _mm256_add_epi16(notRefined, _mm256_and_si256(notRefined, lowZero)));
+        };
+        // Two vectors of half-words holding byte values (rows 0 and 1, rows 2
+        // and 3) to one vector of the four bytes of each column.
+        auto columnBytes = [](__m256i h01, __m256i h23) __attribute__((always_inline)) {
+            const __m256i x0 = _mm256_or_si256(h01, _mm256_srli_epi32(h01, 8));
+            const __m256i x1 = _mm256_or_si256(h23, _mm256_srli_epi32(h23, 8));
+            return _mm256_blend_epi16(x0, _mm256_slli_epi32(x1, 16), 0xAA);
+        };
+        auto distortion = [&](__m256i s, __m256i take) __attribute__((always_inline)) {
+            const __m256i i = _mm256_and_si256(_mm256_sll_epi32(_mm256_sra_epi32(s, rs), ls), idxMask);
+            __m256i v;
+            if (exact) {
+                const __m256i d = _mm256_sub_epi32(_mm256_set1_epi32(64), i);
+                v = _mm256_slli_epi32(_mm256_mullo_epi32(d, d), 1);
+            } else {
+                const __m256i i128 = _mm256_slli_epi32(i, 7);
+                v = _mm256_blendv_epi8(_mm256_sub_epi32(_mm256_set1_epi32(6144), i128),
+                                       _mm256_sub_epi32(i128, _mm256_set1_epi32(10240)),
+                                       _mm256_cmpgt_epi32(i, _mm256_set1_epi32(63)));
+            }
+            acc = _mm256_add_epi32(acc, _mm256_and_si256(v, take));
+        };
+        const uint8_t* sp = src;
+        uint32_t* f0 = flags;
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            uint32_t* f1 = f0 + fs;
+            int x = 0;
+            if (rows == 4) {
+                while (x + 8 <= width && n + 32 <= capacity) {
+                    const __m256i F0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f0 + x));
+                    const __m256i F1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f1 + x));
+                    const __m256i T0 = _mm256_cmpeq_epi16(_mm256_and_si256(F0, sigVisited), sigOnly);
+                    const __m256i T1 = _mm256_cmpeq_epi16(_mm256_and_si256(F1, sigVisited), sigOnly);
+                    if (_mm256_testz_si256(_mm256_or_si256(T0, T1), _mm256_or_si256(T0, T1))) {
+                        x += 8;
+                        continue;
+                    }
+                    const __m256i C = columnBytes(labels(F0), labels(F1));
+                    const __m256i K = columnBytes(_mm256_and_si256(T0, low8), _mm256_and_si256(T1, low8));
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(f0 + x),
+                                        _mm256_or_si256(F0, _mm256_and_si256(T0, refined)));
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(f1 + x),
+                                        _mm256_or_si256(F1, _mm256_and_si256(T1, refined)));
+                    const uint8_t* q = sp + 4 * x;
+                    const __m256i S0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+                    const __m256i S1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + st));
+                    const __m256i S2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 2 * st));
+                    const __m256i S3 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 3 * st));
+                    const __m256i D = _mm256_or_si256(
+                        _mm256_or_si256(_mm256_and_si256(_mm256_srl_epi32(S0, ps), one),
+                                        _mm256_slli_epi32(_mm256_and_si256(_mm256_srl_epi32(S1, ps), one), 8)),
+                        _mm256_or_si256(_mm256_slli_epi32(_mm256_and_si256(_mm256_srl_epi32(S2, ps), one), 16),
+                                        _mm256_slli_epi32(_mm256_and_si256(_mm256_srl_epi32(S3, ps), one), 24)));
+                    distortion(S0, _mm256_srai_epi32(_mm256_slli_epi32(T0, 16), 31));
+                    distortion(S1, _mm256_srai_epi32(T0, 31));
+                    distortion(S2, _mm256_srai_epi32(_mm256_slli_epi32(T1, 16), 31));
+                    distortion(S3, _mm256_srai_epi32(T1, 31));
+                    alignas(32) uint64_t d[4], c[4], k[4];
+                    _mm256_store_si256(reinterpret_cast<__m256i*>(d), D);
+                    _mm256_store_si256(reinterpret_cast<__m256i*>(c), C);
+                    _mm256_store_si256(reinterpret_cast<__m256i*>(k), K);
+                    for (int j = 0; j < 4; ++j) {
+                        const uint64_t pd = _pext_u64(d[j], k[j]);
+                        const uint64_t pc = _pext_u64(c[j], k[j]);
+                        std::memcpy(dec + n, &pd, 8);
+                        std::memcpy(ctx + n, &pc, 8);
+                        n += static_cast<int>(((k[j] & 0x0101010101010101ull) * 0x0101010101010101ull) >> 56);
+                    }
+                    x += 8;
+                }
+            }
+            for (; x < width; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+            sp += 4 * st;
+            f0 += 2 * fs;
+        }
+        __m128i a4 = _mm_add_epi32(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
+        a4 = _mm_add_epi32(a4, _mm_unpackhi_epi64(a4, a4));
+        a4 = _mm_add_epi32(a4, _mm_srli_epi64(a4, 32));
+        dist += static_cast<uint32_t>(_mm_cvtsi128_si32(a4));
     }
 
     // A sample of the cleanup pass outside run-length mode: coded unless it
@@ -212,7 +319,7 @@ struct Modeller {
 
     [[gnu::always_inline]] void cleanupBody(int p) {
         const std::ptrdiff_t st = step;
-        stripes([&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
+        auto column = [&](uint32_t* w0, uint32_t* w1, const uint8_t* sp, int rows) __attribute__((always_inline)) {
             int r = 0;
             if (rows == 4 && (*w0 | *w1) == 0) {
                 // Run-length mode: the first row with a 1 on this plane.
@@ -250,7 +357,57 @@ struct Modeller {
             }
             *w0 &= ~kPairVisited;
             if (rows > 2) *w1 &= ~kPairVisited;
-        });
+        };
+        // Full stripes take eight columns at once while all their flag words
+        // are clear and none of their samples has a 1 on this plane: each
+        // column is then one run-length 0.
+        const __m256i planeBit = _mm256_set1_epi32(static_cast<int>(1u << p));
+        const __m256i sigVisited = _mm256_set1_epi16(static_cast<int16_t>(0xC000));
+        const __m256i visited = _mm256_set1_epi32(static_cast<int>(kPairVisited));
+        const __m256i zero = _mm256_setzero_si256();
+        const uint8_t* sp = src;
+        uint32_t* f0 = flags;
+        for (int y0 = 0; y0 < height; y0 += 4) {
+            const int rows = std::min(4, height - y0);
+            uint32_t* f1 = f0 + fs;
+            int x = 0;
+            if (rows == 4 && vectorPaths) {
+                while (x + 8 <= width) {
+                    const __m256i f = _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(f0 + x)),
+                                                      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f1 + x)));
+                    const uint8_t* q = sp + 4 * x;
+                    const __m256i v = _mm256_or_si256(
+                        _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(q)),
+                                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + st))),
+                        _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 2 * st)),
+                                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + 3 * st))));
+                    // Columns whose samples are all significant or visited
+                    // code nothing; their visited marks are cleared.
+                    const __m256i F0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f0 + x));
+                    const __m256i F1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(f1 + x));
+                    const __m256i open = _mm256_or_si256(_mm256_cmpeq_epi16(_mm256_and_si256(F0, sigVisited), zero),
+                                                         _mm256_cmpeq_epi16(_mm256_and_si256(F1, sigVisited), zero));
+                    if (_mm256_testz_si256(open, open)) {
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(f0 + x), _mm256_andnot_si256(visited, F0));
+                        _mm256_storeu_si256(reinterpret_cast<__m256i*>(f1 + x), _mm256_andnot_si256(visited, F1));
+                        x += 8;
+                        continue;
+                    }
+                    if (_mm256_testz_si256(f, f) && _mm256_testz_si256(v, planeBit)) {
+                        const uint64_t zeros = 0, runLabels = 0x0101010101010101ull * kLabelRunLength;
+                        std::memcpy(dec + n, &zeros, 8);
+                        std::memcpy(ctx + n, &runLabels, 8);
+                        n += 8;
+                        x += 8;
+                        continue;
+                    }
+                    for (const int end = x + 8; x < end; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+                }
+            }
+            for (; x < width; ++x) column(f0 + x, f1 + x, sp + 4 * x, rows);
+            sp += 4 * st;
+            f0 += 2 * fs;
+        }
         if (segmentation) {
             emit(1, kLabelUniform);
             emit(0, kLabelUniform);
@@ -384,6 +541,8 @@ int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2k
     m.dec = c->decisionBuffer;
     m.ctx = c->contextBuffer;
     m.n = 0;
+    m.capacity = static_cast<int>(c->contextBuffer - c->decisionBuffer);
+    m.vectorPaths = gVectorPaths;
 
     auto endPass = [&](int raw) {
         c->passRaw[c->passCount] = raw;

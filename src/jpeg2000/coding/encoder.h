@@ -57,6 +57,10 @@ void restartMq(ZebJ2kCoderState* c);
 int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2kEncodeState* st, int subband,
                    int magnitudeBits, int flushMethod, int codeStyle);
 
+// Test switch: false makes the modelling take its per-sample paths only, so
+// that the vector forms can be checked against them.
+extern bool gVectorPaths;
+
 // Number of terminated segments of the loaded block.
 int segmentCountOf(const ZebJ2kCoderState* c);
 

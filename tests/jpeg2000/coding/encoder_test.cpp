@@ -363,6 +363,63 @@ TEST(J2kEncodeRoundTrip, EveryStyleSizeAndSubband) {
     }
 }
 
+// The eight-column forms of the modelling against the per-sample forms: the
+// same symbols, pass tables and distortion, on widths with and without a
+// tail of fewer than eight columns, heights with a short last stripe, the
+// exact last plane, and blocks from nearly empty to dense. The modelling is
+// called directly, as the switch lives beside it.
+TEST(J2kEncodeModel, VectorColumnsMatchPerSampleColumns) {
+    struct Restore {
+        ~Restore() { zeb::j2k::gVectorPaths = true; }
+    } restore;
+    Handle h({64, 64});
+    std::mt19937 g(77);
+    const ZebSize sizes[] = {{8, 4}, {16, 8}, {17, 12}, {64, 64}, {40, 7}, {23, 64}, {64, 5}};
+    const int styles[] = {0, zebJ2kCausal, zebJ2kExactLastPlane, zebJ2kBypass | zebJ2kSegmentationSymbols, 63};
+    struct Model {
+        int S = 0;
+        std::vector<uint8_t> dec, ctx;
+        std::vector<int> symbols, raw, dist, shift;
+    };
+    for (const ZebSize& sz : sizes)
+        for (int style : styles)
+            for (double zeros : {0.0, 0.5, 0.95}) {
+                const int bits = 2 + static_cast<int>(g() % 14);
+                const int subband = static_cast<int>(g() % 4);
+                const int mb = 31 - static_cast<int>(g() % 3);
+                auto block = randomBlock(sz.width, sz.height, bits, g, zeros);
+                Model m[2];
+                for (int v = 0; v < 2; ++v) {
+                    zeb::j2k::gVectorPaths = v == 1;
+                    m[v].S = zeb::j2k::modelCodeBlock(block.data(), 4 * sz.width, sz.width, sz.height, h.st, subband,
+                                                      mb, 0, style);
+                    const ZebJ2kCoderState* cs = h.st->coder;
+                    m[v].dec.assign(cs->decisionBuffer, cs->decisionBuffer + cs->symbolsWritten);
+                    m[v].ctx.assign(cs->contextBuffer, cs->contextBuffer + cs->symbolsWritten);
+                    int at = 0;
+                    for (int i = 0; i < cs->passCount; ++i) {
+                        // Raw symbols leave their context byte unwritten.
+                        if (cs->passRaw[i]) std::fill(m[v].ctx.begin() + at, m[v].ctx.begin() + at + cs->passSymbols[i], 0);
+                        at += cs->passSymbols[i];
+                        m[v].symbols.push_back(cs->passSymbols[i]);
+                        m[v].raw.push_back(cs->passRaw[i]);
+                        m[v].dist.push_back(h.st->passDistortion[i]);
+                        m[v].shift.push_back(h.st->passShift[i]);
+                    }
+                }
+                const std::string what = std::to_string(sz.width) + "x" + std::to_string(sz.height) + " style " +
+                                         std::to_string(style) + " zeros " + std::to_string(zeros);
+                EXPECT_EQ(m[0].S, m[1].S) << what;
+                EXPECT_EQ(m[0].dec, m[1].dec) << what;
+                EXPECT_EQ(m[0].ctx, m[1].ctx) << what;
+                EXPECT_EQ(m[0].symbols, m[1].symbols) << what;
+                EXPECT_EQ(m[0].raw, m[1].raw) << what;
+                EXPECT_EQ(m[0].dist, m[1].dist) << what;
+                EXPECT_EQ(m[0].shift, m[1].shift) << what;
+                if (HasFailure()) return;
+            }
+}
+
 TEST(J2kEncodeRoundTrip, WideMagnitudesAndMisalignedRows) {
     Handle h({40, 12});
     std::mt19937 g(99);
