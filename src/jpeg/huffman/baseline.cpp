@@ -16,45 +16,7 @@ namespace zeb::jpeg::huff {
 
 namespace {
 
-// Zigzag order extended by eight guard positions that all mean 63: a run
-// may overshoot the block by that much before the decoder refuses it.
-struct ZigzagExt {
-    uint8_t z[72];
-    constexpr ZigzagExt() : z{} {
-        for (int k = 0; k < 64; ++k) z[k] = kZigzag[k];
-        for (int k = 64; k < 72; ++k) z[k] = 63;
-    }
-};
-constexpr ZigzagExt kZext;
-
 inline int16_t coef(const uint8_t* block, int natural) { return loadAs<int16_t>(block + 2 * natural); }
-
-// ------------------------------------------------------------ state access
-
-// The encoder's pending bits: bitCount 0..7 at the top of the 24-bit field.
-// A state outside that (never produced by these coders) is clamped.
-inline void loadEncState(const uint8_t* st, uint32_t& acc, int& cnt) {
-    int c = loadAs<int32_t>(st + offsetof(EncodeHuffmanState, bitCount));
-    cnt = c < 0 ? 0 : (c > 7 ? 7 : c);
-    uint32_t keep = 0xFFFFFFu & ~((1u << (24 - cnt)) - 1u);
-    acc = static_cast<uint32_t>(loadAs<uint64_t>(st)) & keep;
-}
-inline void storeEncState(uint8_t* st, uint32_t acc, int cnt) {
-    storeAs<uint64_t>(st, acc);
-    storeAs<int32_t>(st + offsetof(EncodeHuffmanState, bitCount), cnt);
-}
-
-// The decoder's read-ahead: at most 32 valid bits.
-inline void loadDecState(const uint8_t* st, uint32_t& acc, int& cnt) {
-    acc = static_cast<uint32_t>(loadAs<uint64_t>(st));
-    int c = loadAs<int32_t>(st + offsetof(DecodeHuffmanState, bitCount));
-    cnt = c < 0 ? 0 : (c > 32 ? 32 : c);
-}
-inline void storeDecState(uint8_t* st, uint32_t acc, int cnt, int blockEnd) {
-    storeAs<uint64_t>(st, acc);
-    storeAs<int32_t>(st + offsetof(DecodeHuffmanState, bitCount), cnt);
-    storeAs<int32_t>(st + offsetof(DecodeHuffmanState, blockEnd), blockEnd);
-}
 
 // ------------------------------------------------------------ encoding
 
