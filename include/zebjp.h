@@ -450,6 +450,41 @@ ZEBAPI ZebStatus zebiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const Zeb16s* 
 
 /* ------------------------------------------------------------------ JPEG lossless coding and predictors */
 
+/* Predictors 1..7 on rows of 16-bit samples, read as signed values (shifts
+ * arithmetic, results modulo 2^16). The first row of a scan predicts its first
+ * sample as 1 << (precision - pointTransform - 1) and the rest from the left;
+ * other rows predict their first sample from above. precision 2..16,
+ * pointTransform >= 0, predictor 1..7, else -5. dst must not overlap the
+ * inputs beyond what the element order allows. */
+ZEBAPI ZebStatus zebiDiffPredFirstRow_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, int width, int precision,
+                                                  int pointTransform);
+ZEBAPI ZebStatus zebiDiffPredRow_JPEG_16s_C1(const Zeb16s* src, const Zeb16s* prevRow, Zeb16s* dst, int width,
+                                             int predictor);
+ZEBAPI ZebStatus zebiReconstructPredFirstRow_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, int width, int precision,
+                                                         int pointTransform);
+ZEBAPI ZebStatus zebiReconstructPredRow_JPEG_16s_C1(const Zeb16s* src, const Zeb16s* prevRow, Zeb16s* dst, int width,
+                                                    int predictor);
+/* One difference: the code of its category (0..16; -32768 is 16) and the
+ * value bits (none for 16). flush != 0 pads with seven one bits and resets. */
+ZEBAPI ZebStatus zebiEncodeHuffmanOne_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                    const EncodeHuffmanSpec* spec, EncodeHuffmanState* state,
+                                                    int flush);
+/* Category 16 and above decodes to 0x8000. */
+ZEBAPI ZebStatus zebiDecodeHuffmanOne_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                    int* marker, const DecodeHuffmanSpec* spec,
+                                                    DecodeHuffmanState* state);
+/* A row of up to four interleaved components (components above 4 count as
+ * 4): sample i of every component in turn, component c with specs[c]. */
+ZEBAPI ZebStatus zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(const Zeb16s* const* src, int width, int components, Zeb8u* dst,
+                                                      int dstLen, int* dstPos, const EncodeHuffmanSpec* const* specs,
+                                                      EncodeHuffmanState* state, int flush);
+ZEBAPI ZebStatus zebiDecodeHuffmanRow_JPEG_1u16s_C1P4(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* const* dst,
+                                                      int width, int components, int* marker,
+                                                      const DecodeHuffmanSpec* const* specs,
+                                                      DecodeHuffmanState* state);
+/* Adds 1 to statistics[category of *src]. */
+ZEBAPI ZebStatus zebiGetHuffmanStatisticsOne_JPEG_16s_C1(const Zeb16s* src, Zeb32s* statistics);
+
 /* (end of JPEG lossless coding and predictors) */
 
 /* ------------------------------------------------------------------ JPEG 2000 code-block encoder */
