@@ -339,30 +339,56 @@ ZEB_HUFF_INLINE int acFirstSteps(R& r, DecSpec acs, uint8_t* out, int Ss, int Se
     return kOk;
 }
 
-// Correction bits for the non-zero coefficients of zigzag positions k..Se.
+// Zigzag positions a..b as a bit mask (empty when a > b).
+inline uint64_t band(int a, int b) {
+    if (a > b || a > 63) return 0;
+    return (~uint64_t{0} >> (63 - b)) & (~uint64_t{0} << a);
+}
+
+// One correction bit for each non-zero coefficient of the mask, in zigzag
+// order: a set bit adds p1 (away from zero) where bit Al is still clear.
+// The bits already in the accumulator are taken up to 16 at a time; the
+// reader is asked for more exactly when a bit-by-bit reading would ask (no
+// bit left), so that buffer ends and markers act at the same coefficient.
 template <class R>
-ZEB_HUFF_INLINE int refineRest(R& r, uint8_t* out, int k, int Se, int32_t p1) {
-    for (; k <= Se; ++k) {
-        const int pos = kZigzag[k];
-        const int32_t c = coef(out, pos);
-        if (c == 0) continue;
-        uint32_t bit;
-        int st = readBits(r, 1, bit);
-        if (st != kOk) return st;
-        if (bit != 0 && (c & p1) == 0) setCoef(out, pos, c >= 0 ? c + p1 : c - p1);
+ZEB_HUFF_INLINE int correct(R& r, uint8_t* out, uint64_t m, int32_t p1) {
+    while (m != 0) {
+        if (r.cnt < 1) {
+            int st = r.fill(1);
+            if (st != kOk) return st;
+        }
+        int n = __builtin_popcountll(m);
+        if (n > 16) n = 16;
+        if (n > r.cnt) n = r.cnt;
+        const uint32_t bits = r.peek(n);
+        r.skip(n);
+        for (int i = n - 1; i >= 0; --i) {
+            const int k = __builtin_ctzll(m);
+            m &= m - 1;
+            if ((bits >> i) & 1u) {
+                const int pos = kZigzag[k];
+                const int32_t c = coef(out, pos);
+                if ((c & p1) == 0) setCoef(out, pos, c >= 0 ? c + p1 : c - p1);
+            }
+        }
     }
     return kOk;
 }
 
+// The walk of the refinement decoder works on a mask of the non-zero
+// coefficients in zigzag order: a run of r zeros ends at the (r + 1)-th zero
+// from k (or behind Se), and the non-zero coefficients it passes take one
+// correction bit each.
 template <class R>
 ZEB_HUFF_INLINE int acRefineSteps(R& r, DecSpec acs, uint8_t* out, int Ss, int Se, int Al, int& eobRun) {
     const int32_t p1 = int32_t{1} << Al;
+    uint64_t nz = nonZeroMask(out);
     int k = Ss, st;
     if (eobRun == 0) {
         for (; k <= Se; ++k) {
             int sym;
             if ((st = decodeSymbol(r, acs, sym)) != kOk) return st;
-            int rr = (sym >> 4) & 15;
+            const int rr = (sym >> 4) & 15;
             const int s = sym & 15;
             int32_t nw = 0;
             if (s != 0) {
@@ -375,22 +401,19 @@ ZEB_HUFF_INLINE int acRefineSteps(R& r, DecSpec acs, uint8_t* out, int Ss, int S
                 eobRun = static_cast<int>((1u << rr) + extra);
                 break;
             }
-            for (; k <= Se; ++k) {
-                const int pos = kZigzag[k];
-                const int32_t c = coef(out, pos);
-                if (c != 0) {
-                    uint32_t bit;
-                    if ((st = readBits(r, 1, bit)) != kOk) return st;
-                    if (bit != 0 && (c & p1) == 0) setCoef(out, pos, c >= 0 ? c + p1 : c - p1);
-                } else if (--rr < 0) {
-                    break;
-                }
+            const uint64_t zeros = ~nz & band(k, Se);
+            int stop = Se + 1;
+            if (__builtin_popcountll(zeros) > rr) stop = __builtin_ctzll(_pdep_u64(uint64_t{1} << rr, zeros));
+            if ((st = correct(r, out, nz & band(k, stop - 1), p1)) != kOk) return st;
+            k = stop;
+            if (nw != 0) {
+                setCoef(out, kZext.z[k], nw);
+                nz |= uint64_t{1} << (k > 63 ? 63 : k);
             }
-            if (nw != 0) setCoef(out, kZext.z[k], nw);
         }
     }
     if (eobRun > 0) {
-        if ((st = refineRest(r, out, k, Se, p1)) != kOk) return st;
+        if ((st = correct(r, out, nz & band(k, Se), p1)) != kOk) return st;
         --eobRun;
     }
     return kOk;
@@ -419,16 +442,21 @@ ZEB_HUFF_INLINE int decodeACFast(const Zeb8u* src, int srcLen, int* srcPos, Zeb1
     FastReader r{src, srcLen, pos, 0, 0, 0};
     loadDecState(stb, r.acc, r.cnt);
     r.sync();
-    // The block is worked on in a copy, so that giving up leaves it as it was.
-    alignas(32) uint8_t blk[128];
-    __m256i* b = reinterpret_cast<__m256i*>(blk);
-    const uint8_t* d = reinterpret_cast<const uint8_t*>(dst);
-    for (int i = 0; i < 4; ++i) _mm256_store_si256(b + i, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(d + 32 * i)));
     DecSpec acs{reinterpret_cast<const uint8_t*>(acSpec)};
-    int st = Refine ? acRefineSteps(r, acs, blk, Ss, Se, Al, eobRun) : acFirstSteps(r, acs, blk, Ss, Se, Al, eobRun);
-    if (st != kOk) return kGiveUp;
     uint8_t* o = reinterpret_cast<uint8_t*>(dst);
-    for (int i = 0; i < 4; ++i) _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + 32 * i), _mm256_load_si256(b + i));
+    if constexpr (Refine) {
+        // Refinement adds to the block, so it works on a copy: giving up
+        // leaves the block as it was for the careful form.
+        alignas(32) uint8_t blk[128];
+        __m256i* b = reinterpret_cast<__m256i*>(blk);
+        for (int i = 0; i < 4; ++i) _mm256_store_si256(b + i, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(o + 32 * i)));
+        if (acRefineSteps(r, acs, blk, Ss, Se, Al, eobRun) != kOk) return kGiveUp;
+        for (int i = 0; i < 4; ++i) _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + 32 * i), _mm256_load_si256(b + i));
+    } else {
+        // A first scan only stores decoded values: if it gives up, the careful
+        // form reads the same bits and stores the same values again.
+        if (acFirstSteps(r, acs, o, Ss, Se, Al, eobRun) != kOk) return kGiveUp;
+    }
     storeAs<int>(srcPos, r.position());
     storeDecBits(stb, r.acc, r.cnt);
     storeAs<int32_t>(stb + kOffDecEobRun, eobRun);

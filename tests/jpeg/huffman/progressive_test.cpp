@@ -440,7 +440,7 @@ TEST(ProgressiveDecode, FastAndCarefulAgreeAtEveryLength) {
                                       : zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(s.data(), len, &p1, a.c, &m1, 1, 63, 0, &t->dec, &d1);
                 ZebStatus s2 = refine ? huff::decodeACRefineCareful(s.data(), len, &p2, b.c, &m2, 1, 63, 0, &t->dec, &d2)
                                       : huff::decodeACFirstCareful(s.data(), len, &p2, b.c, &m2, 1, 63, 0, &t->dec, &d2);
-                ASSERT_EQ(s1, s2) << len << " " << i;
+                ASSERT_EQ(s1, s2) << len << " " << i << " refine " << refine;
                 ASSERT_EQ(p1, p2);
                 ASSERT_EQ(m1, m2);
                 ASSERT_EQ(std::memcmp(a.c, b.c, 128), 0);
