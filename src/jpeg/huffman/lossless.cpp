@@ -69,22 +69,54 @@ void diffRowV(const Zeb16s* src, const Zeb16s* prev, Zeb16s* dst, int width) {
     for (; i < width; ++i) st16(dst, i, int32_t{ld(src, i)} - predict(P, ld(src, i - 1), ld(prev, i), ld(prev, i - 1)));
 }
 
-// Predictor 1 back: a running sum, with its value kept in a register.
-void runningSum(const Zeb16s* src, Zeb16s* dst, int width, int16_t start) {
-    uint32_t acc = static_cast<uint16_t>(start);
-    storeAs<int16_t>(dst, static_cast<int16_t>(acc));
+// Inclusive prefix sum of the 16 lanes, plus the carry in every lane.
+inline __m256i prefix16(__m256i x, __m256i carry) {
+    x = _mm256_add_epi16(x, _mm256_slli_si256(x, 2));
+    x = _mm256_add_epi16(x, _mm256_slli_si256(x, 4));
+    x = _mm256_add_epi16(x, _mm256_slli_si256(x, 8));
+    const __m128i lo = _mm256_castsi256_si128(x);
+    const __m256i lowLast = _mm256_inserti128_si256(_mm256_setzero_si256(), _mm_set1_epi16(static_cast<int16_t>(_mm_extract_epi16(lo, 7))), 1);
+    return _mm256_add_epi16(_mm256_add_epi16(x, lowLast), carry);
+}
+
+// Predictors 1, 4 and 5 back: the prediction is the left neighbour plus a
+// term of the row above, so a row is a running sum of src plus that term,
+// 16 lanes at a time.
+template <int P>
+void runningSumRow(const Zeb16s* src, const Zeb16s* prev, Zeb16s* dst, int width) {
+    int32_t last = wrap16(int32_t{ld(src, 0)} + ld(prev, 0));
+    st16(dst, 0, last);
+    auto term = [&](int i) -> int32_t {
+        if constexpr (P == 1) return 0;
+        else if constexpr (P == 4) return int32_t{ld(prev, i)} - ld(prev, i - 1);
+        else return (int32_t{ld(prev, i)} - ld(prev, i - 1)) >> 1;
+    };
     int i = 1;
-    for (; i + 8 < width; i += 9) {
-        uint32_t s[9];
-        for (int j = 0; j < 9; ++j) s[j] = static_cast<uint16_t>(ld(src, i + j));
-        for (int j = 0; j < 9; ++j) {
-            acc += s[j];
-            storeAs<int16_t>(dst + i + j, static_cast<int16_t>(static_cast<uint16_t>(acc)));
+    if (width >= 17) {
+        __m256i carry = _mm256_set1_epi16(static_cast<int16_t>(last));
+        for (; i + 16 <= width; i += 16) {
+            __m256i t = load16(src + i);
+            if constexpr (P == 4) t = _mm256_add_epi16(t, _mm256_sub_epi16(load16(prev + i), load16(prev + i - 1)));
+            if constexpr (P == 5) t = _mm256_add_epi16(t, halfDiff(load16(prev + i), load16(prev + i - 1)));
+            const __m256i r = prefix16(t, carry);
+            store16(dst + i, r);
+            carry = _mm256_permutevar8x32_epi32(_mm256_shufflehi_epi16(r, 0xFF), _mm256_set1_epi32(7));
         }
+        last = ld(dst, i - 1);
     }
     for (; i < width; ++i) {
-        acc += static_cast<uint16_t>(ld(src, i));
-        storeAs<int16_t>(dst + i, static_cast<int16_t>(static_cast<uint16_t>(acc)));
+        last = wrap16(last + ld(src, i) + term(i));
+        st16(dst, i, last);
+    }
+}
+
+template <int P>
+void recurrenceRow(const Zeb16s* src, const Zeb16s* prev, Zeb16s* dst, int width) {
+    int16_t ra = wrap16(int32_t{ld(src, 0)} + ld(prev, 0));
+    storeAs<int16_t>(dst, ra);
+    for (int i = 1; i < width; ++i) {
+        ra = wrap16(int32_t{ld(src, i)} + predict(P, ra, ld(prev, i), ld(prev, i - 1)));
+        storeAs<int16_t>(dst + i, ra);
     }
 }
 
@@ -143,17 +175,12 @@ void reconstructRowVector(const Zeb16s* src, const Zeb16s* prev, Zeb16s* dst, in
         for (; i < width; ++i) st16(dst, i, int32_t{ld(src, i)} + ld(up, i));
         return;
     }
-    if (p == 1) {
-        runningSum(src, dst, width, wrap16(int32_t{ld(src, 0)} + ld(prev, 0)));
-        return;
-    }
-    // Predictors 4 to 7: a recurrence on the left neighbour, serial.
-    const int32_t a0 = wrap16(int32_t{ld(src, 0)} + ld(prev, 0));
-    st16(dst, 0, a0);
-    int32_t ra = static_cast<int16_t>(a0);
-    for (int i = 1; i < width; ++i) {
-        ra = wrap16(int32_t{ld(src, i)} + predict(p, static_cast<int16_t>(ra), ld(prev, i), ld(prev, i - 1)));
-        st16(dst, i, ra);
+    switch (p) {
+        case 1: runningSumRow<1>(src, prev, dst, width); break;
+        case 4: runningSumRow<4>(src, prev, dst, width); break;
+        case 5: runningSumRow<5>(src, prev, dst, width); break;
+        case 6: recurrenceRow<6>(src, prev, dst, width); break;
+        default: recurrenceRow<7>(src, prev, dst, width); break;
     }
 }
 
