@@ -591,4 +591,56 @@ TEST(ProgressiveDecode, CorruptRunIsClamped) {
     EXPECT_EQ(blk.as<Zeb16s>()[kZigzag[61]], 1);
 }
 
+// Blocks, positions and state objects at odd addresses give the same bytes
+// and blocks as aligned ones; a short buffer ends with -62 and nothing is
+// written beyond its length.
+TEST(ProgressiveEncode, OddAddressesAndShortBuffers) {
+    auto t = fullTables();
+    auto blocks = realisticBlocks(12, 30, 80.0);
+    const auto ref = acStream(blocks, 1, 63, 1, false, *t);
+    const auto refR = acStream(blocks, 1, 63, 0, true, *t);
+    std::vector<uint8_t> raw(128 + 1 + sizeof(EncodeHuffmanState) + 8 + 1);
+    uint8_t* blk = raw.data() + 1;
+    auto* st = reinterpret_cast<EncodeHuffmanState*>(raw.data() + 129 + 2);
+    for (int refine = 0; refine < 2; ++refine) {
+        const auto& want = refine ? refR : ref;
+        for (int len = 1; len <= static_cast<int>(want.size()) + 2; len += (len < 60 ? 1 : 5)) {
+            GuardedBuffer out(len, 3);
+            std::memset(st, 0, sizeof(EncodeHuffmanState));
+            int pos = 0;
+            ZebStatus r = 0;
+            for (const Block& b : blocks) {
+                std::memcpy(blk, b.c, 128);
+                auto* src = reinterpret_cast<const Zeb16s*>(blk);
+                r = refine ? zebiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(src, out.data(), len, &pos, 1, 63, 0, &t->enc, st, 0)
+                           : zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(src, out.data(), len, &pos, 1, 63, 1, &t->enc, st, 0);
+                if (r != 0) break;
+            }
+            if (r == 0) r = zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(nullptr, out.data(), len, &pos, 0, 0, 0, &t->enc, st, 1);
+            ASSERT_TRUE(out.guardsIntact()) << len;
+            ASSERT_LE(pos, len);
+            if (len >= static_cast<int>(want.size())) {
+                ASSERT_EQ(r, 0) << len;
+                ASSERT_EQ(pos, static_cast<int>(want.size()));
+            } else {
+                ASSERT_EQ(r, zebStatusJpegBufferEnd) << len;
+            }
+            ASSERT_EQ(std::memcmp(out.data(), want.data(), pos), 0) << len;
+        }
+    }
+    // Decoding into a block at an odd address.
+    DecodeHuffmanState ds;
+    zebiDecodeHuffmanStateInit_JPEG_8u(&ds);
+    int pos = 0, marker = 0;
+    for (const Block& b : blocks) {
+        std::memset(blk, 0, 128);
+        ASSERT_EQ(zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(ref.data(), static_cast<int>(ref.size()), &pos, reinterpret_cast<Zeb16s*>(blk), &marker, 1, 63, 1, &t->dec, &ds), 0);
+        for (int k = 1; k < 64; ++k) {
+            const int16_t v = b.c[kZigzag[k]];
+            const int16_t want = static_cast<int16_t>(v < 0 ? -((-v) >> 1) * 2 : (v >> 1) * 2);
+            ASSERT_EQ(zeb::loadAs<int16_t>(blk + 2 * kZigzag[k]), want);
+        }
+    }
+}
+
 }  // namespace
