@@ -110,6 +110,26 @@ void runningSumRow(const Zeb16s* src, const Zeb16s* prev, Zeb16s* dst, int width
     }
 }
 
+// A running sum of src[1..] from a given first value (the first row back).
+void runningSumFrom(const Zeb16s* src, Zeb16s* dst, int width, int16_t first) {
+    int32_t last = first;
+    st16(dst, 0, last);
+    int i = 1;
+    if (width >= 17) {
+        __m256i carry = _mm256_set1_epi16(first);
+        for (; i + 16 <= width; i += 16) {
+            const __m256i r = prefix16(load16(src + i), carry);
+            store16(dst + i, r);
+            carry = _mm256_permutevar8x32_epi32(_mm256_shufflehi_epi16(r, 0xFF), _mm256_set1_epi32(7));
+        }
+        last = ld(dst, i - 1);
+    }
+    for (; i < width; ++i) {
+        last = wrap16(last + ld(src, i));
+        st16(dst, i, last);
+    }
+}
+
 template <int P>
 void recurrenceRow(const Zeb16s* src, const Zeb16s* prev, Zeb16s* dst, int width) {
     int16_t ra = wrap16(int32_t{ld(src, 0)} + ld(prev, 0));
@@ -453,11 +473,17 @@ ZebStatus zebimpl::zebiReconstructPredFirstRow_JPEG_16s_C1(const Zeb16s* src, Ze
                                                            int pointTransform) {
     ZebStatus s = checkFirstRow(src, dst, width, precision, pointTransform);
     if (s != zebStatusOk) return s;
-    uint32_t acc = static_cast<uint16_t>(loadAs<int16_t>(src)) + static_cast<uint32_t>(firstPrediction(precision, pointTransform));
-    storeAs<int16_t>(dst, static_cast<int16_t>(static_cast<uint16_t>(acc)));
-    for (int i = 1; i < width; ++i) {
-        acc += static_cast<uint16_t>(loadAs<int16_t>(src + i));
-        storeAs<int16_t>(dst + i, static_cast<int16_t>(static_cast<uint16_t>(acc)));
+    const int16_t first = zeb::wrap16(int32_t{loadAs<int16_t>(src)} + firstPrediction(precision, pointTransform));
+    if (overlapsRow(dst, src, width)) {
+        // Element by element: each difference is read before its place is written.
+        int32_t last = first;
+        storeAs<int16_t>(dst, first);
+        for (int i = 1; i < width; ++i) {
+            last = zeb::wrap16(last + loadAs<int16_t>(src + i));
+            storeAs<int16_t>(dst + i, static_cast<int16_t>(last));
+        }
+    } else {
+        runningSumFrom(src, dst, width, first);
     }
     return zebStatusOk;
 }

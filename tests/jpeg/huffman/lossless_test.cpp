@@ -147,6 +147,28 @@ TEST(LosslessPredictors, VectorEqualsScalarMisalignedAndOddWidths) {
     }
 }
 
+// The first row back: a running sum from the first prediction, the same at
+// every width, at odd addresses and in place.
+TEST(LosslessPredictors, FirstRowReconstructionFormsAgree) {
+    std::mt19937 g(17);
+    for (int width = 1; width <= 70; ++width) {
+        std::vector<uint8_t> a(2 * width + 4), o(2 * width + 4);
+        for (auto& x : a) x = static_cast<uint8_t>(g());
+        auto* src = reinterpret_cast<Zeb16s*>(a.data() + 1);
+        auto* dst = reinterpret_cast<Zeb16s*>(o.data() + 3);
+        std::vector<int16_t> want(width);
+        uint32_t acc = 1u << 11;
+        for (int i = 0; i < width; ++i) {
+            acc += static_cast<uint16_t>(zeb::loadAs<int16_t>(src + i));
+            want[i] = static_cast<int16_t>(static_cast<uint16_t>(acc));
+        }
+        ASSERT_EQ(zebiReconstructPredFirstRow_JPEG_16s_C1(src, dst, width, 14, 2), 0);
+        for (int i = 0; i < width; ++i) ASSERT_EQ(zeb::loadAs<int16_t>(dst + i), want[i]) << width << " " << i;
+        ASSERT_EQ(zebiReconstructPredFirstRow_JPEG_16s_C1(src, src, width, 14, 2), 0);
+        for (int i = 0; i < width; ++i) ASSERT_EQ(zeb::loadAs<int16_t>(src + i), want[i]) << "in place " << width;
+    }
+}
+
 TEST(LosslessPredictors, RoundTripAllPredictorsAllInput) {
     std::mt19937 g(9);
     for (int width : {1, 2, 15, 16, 17, 33, 100, 257}) {
