@@ -643,4 +643,84 @@ TEST(ProgressiveEncode, OddAddressesAndShortBuffers) {
     }
 }
 
+// Baseline statistics: the counts of a run of blocks build a table with which
+// the baseline encoder succeeds, and the payload is exactly the counted codes
+// plus the value bits.
+TEST(Statistics, BaselineCountsWhatTheEncoderWrites) {
+    std::mt19937 g(31);
+    std::vector<Block> blocks(120);
+    for (auto& b : blocks) realisticBlock(g, b.c, 90.0, 1500);
+    blocks[3].c[kZigzag[63]] = 7;  // long zero runs
+    int32_t dcs[256] = {}, acs[256] = {};
+    int16_t last = 0;
+    for (const auto& b : blocks) {
+        ASSERT_EQ(zebiGetHuffmanStatistics8x8_JPEG_16s_C1(b.c, dcs, acs, &last), 0);
+    }
+    EXPECT_EQ(last, blocks.back().c[0]);
+    Tables dc, ac;
+    uint8_t bits[16], vals[256];
+    ASSERT_EQ(zebiEncodeHuffmanRawTableInit_JPEG_8u(dcs, bits, vals), 0);
+    ASSERT_TRUE(dc.build(bits, vals));
+    ASSERT_EQ(zebiEncodeHuffmanRawTableInit_JPEG_8u(acs, bits, vals), 0);
+    ASSERT_TRUE(ac.build(bits, vals));
+    std::vector<uint8_t> buf(1 << 16);
+    EncodeHuffmanState st;
+    zebiEncodeHuffmanStateInit_JPEG_8u(&st);
+    int pos = 0;
+    last = 0;
+    for (const auto& b : blocks)
+        ASSERT_EQ(zebiEncodeHuffman8x8_JPEG_16s1u_C1(b.c, buf.data(), static_cast<int>(buf.size()), &pos, &last, &dc.enc, &ac.enc, &st, 0), 0);
+    ASSERT_EQ(zebiEncodeHuffman8x8_JPEG_16s1u_C1(nullptr, buf.data(), static_cast<int>(buf.size()), &pos, nullptr, nullptr, nullptr, &st, 1), 0);
+    long want = 0;
+    for (int s = 0; s < 256; ++s) {
+        want += static_cast<long>(dcs[s]) * ((dc.enc.entry[s] >> 16) + s);
+        want += static_cast<long>(acs[s]) * ((ac.enc.entry[s] >> 16) + (s & 15));
+    }
+    const long got = payloadBits({buf.begin(), buf.begin() + pos});
+    EXPECT_GE(got - want, 0);
+    EXPECT_LE(got - want, 7);
+}
+
+// Limits of the statistics: zero runs are counted before a category fails.
+TEST(Statistics, CategoryLimitsAndCountsBeforeFailure) {
+    Block b{};
+    b.c[kZigzag[20]] = 16384;  // category 15: above 14
+    int32_t dcs[256] = {}, acs[256] = {};
+    int16_t last = 0;
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_JPEG_16s_C1(b.c, dcs, acs, &last), zebStatusJpegCoefficientRange);
+    EXPECT_EQ(dcs[0], 1);
+    EXPECT_EQ(acs[0xF0], 1);
+    b.c[kZigzag[20]] = 16383;
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_JPEG_16s_C1(b.c, dcs, acs, &last), 0);
+    EXPECT_EQ(acs[0x3E], 1);
+    Block d{};
+    d.c[0] = -32768;
+    last = 32767;  // difference -65535: category 16
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_JPEG_16s_C1(d.c, dcs, acs, &last), zebStatusJpegCoefficientRange);
+    EXPECT_EQ(last, -32768);
+    // DC first: category above 11 after the shift.
+    int32_t s[256] = {};
+    last = 0;
+    d.c[0] = 4095;
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(d.c, s, &last, 1), 0);
+    EXPECT_EQ(s[11], 1);
+    last = -1;
+    d.c[0] = 4094;
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(d.c, s, &last, 0), zebStatusJpegCoefficientRange);
+    // AC first: category above 10 refused (one less than the encoder), with
+    // the pending run and zero runs counted first.
+    EncodeHuffmanState st;
+    zebiEncodeHuffmanStateInit_JPEG_8u(&st);
+    int32_t a[256] = {};
+    const Block zero{};
+    ASSERT_EQ(zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(zero.c, a, 1, 63, 0, &st, 0), 0);
+    Block big{};
+    big.c[kZigzag[30]] = 1024;
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(big.c, a, 1, 63, 0, &st, 0), zebStatusJpegCoefficientRange);
+    EXPECT_EQ(a[0x00], 1);
+    EXPECT_EQ(a[0xF0], 1);
+    EXPECT_EQ(zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(big.c, a, 1, 63, 1, &st, 0), 0);
+    EXPECT_EQ(a[0xDA], 1);  // run 13 after a zero run of 16, category 10
+}
+
 }  // namespace
