@@ -167,26 +167,32 @@ bool decodeAll(const std::vector<uint8_t>& d, const Parsed& f, std::vector<std::
         int pos = static_cast<int>(sc.start), marker = 0;
         int16_t lastDC[4] = {};
         const bool inter = sc.comps.size() > 1;
-        const int units = inter ? f.mcuX * f.mcuY : f.comps[sc.comps[0]].wBlocks * f.comps[sc.comps[0]].hBlocks;
-        for (int u = 0; u < units; ++u) {
-            for (size_t i = 0; i < sc.comps.size(); ++i) {
-                const auto& c = f.comps[sc.comps[i]];
-                const int hn = inter ? c.h : 1, vn = inter ? c.v : 1;
-                for (int v = 0; v < vn; ++v) {
-                    for (int h = 0; h < hn; ++h) {
-                        const int bx = inter ? (u % f.mcuX) * c.h + h : u % c.wBlocks;
-                        const int by = inter ? (u / f.mcuX) * c.v + v : u / c.wBlocks;
-                        int16_t* blk = &out[sc.comps[i]][(static_cast<size_t>(by) * c.stride + bx) * 64];
-                        ZebStatus r;
-                        if (sc.ss == 0 && sc.ah == 0)
-                            r = zebiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(d.data(), len, &pos, blk, &lastDC[i], &marker, sc.al, &sc.dc[sc.td[i]], &st);
-                        else if (sc.ss == 0)
-                            r = zebiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(d.data(), len, &pos, blk, &marker, sc.al, &st);
-                        else if (sc.ah == 0)
-                            r = zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(d.data(), len, &pos, blk, &marker, sc.ss, sc.se, sc.al, &sc.ac[sc.ta[i]], &st);
-                        else
-                            r = zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(d.data(), len, &pos, blk, &marker, sc.ss, sc.se, sc.al, &sc.ac[sc.ta[i]], &st);
-                        if (r != 0) return false;
+        auto one = [&](size_t i, int16_t* blk) {
+            if (sc.ss == 0 && sc.ah == 0)
+                return zebiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(d.data(), len, &pos, blk, &lastDC[i], &marker, sc.al, &sc.dc[sc.td[i]], &st);
+            if (sc.ss == 0) return zebiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(d.data(), len, &pos, blk, &marker, sc.al, &st);
+            if (sc.ah == 0)
+                return zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(d.data(), len, &pos, blk, &marker, sc.ss, sc.se, sc.al, &sc.ac[sc.ta[i]], &st);
+            return zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(d.data(), len, &pos, blk, &marker, sc.ss, sc.se, sc.al, &sc.ac[sc.ta[i]], &st);
+        };
+        if (!inter) {
+            // One component: its blocks in raster order, the application's loop.
+            const auto& c = f.comps[sc.comps[0]];
+            for (int by = 0; by < c.hBlocks; ++by) {
+                int16_t* blk = &out[sc.comps[0]][static_cast<size_t>(by) * c.stride * 64];
+                for (int bx = 0; bx < c.wBlocks; ++bx, blk += 64)
+                    if (one(0, blk) != 0) return false;
+            }
+            continue;
+        }
+        for (int my = 0; my < f.mcuY; ++my) {
+            for (int mx = 0; mx < f.mcuX; ++mx) {
+                for (size_t i = 0; i < sc.comps.size(); ++i) {
+                    const auto& c = f.comps[sc.comps[i]];
+                    for (int v = 0; v < c.v; ++v) {
+                        int16_t* blk = &out[sc.comps[i]][(static_cast<size_t>(my * c.v + v) * c.stride + mx * c.h) * 64];
+                        for (int h = 0; h < c.h; ++h, blk += 64)
+                            if (one(i, blk) != 0) return false;
                     }
                 }
             }
@@ -195,7 +201,10 @@ bool decodeAll(const std::vector<uint8_t>& d, const Parsed& f, std::vector<std::
     return true;
 }
 
-void readCoefficients(const std::vector<uint8_t>& d) {
+// libjpeg-turbo's coefficients; with `check`, compared with ours.
+bool readCoefficients(const std::vector<uint8_t>& d, const std::vector<std::vector<int16_t>>* check = nullptr,
+                      const Parsed* f = nullptr) {
+    bool same = true;
     jpeg_decompress_struct cinfo;
     jpeg_error_mgr jerr;
     cinfo.err = jpeg_std_error(&jerr);
@@ -204,8 +213,19 @@ void readCoefficients(const std::vector<uint8_t>& d) {
     jpeg_read_header(&cinfo, TRUE);
     jvirt_barray_ptr* arrays = jpeg_read_coefficients(&cinfo);
     benchmark::DoNotOptimize(arrays);
+    if (check != nullptr) {
+        for (int c = 0; c < cinfo.num_components; ++c) {
+            const auto& k = f->comps[c];
+            for (int by = 0; by < k.hBlocks; ++by) {
+                JBLOCKARRAY row = (*cinfo.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), arrays[c], by, 1, FALSE);
+                for (int bx = 0; bx < k.wBlocks; ++bx)
+                    if (std::memcmp(row[0][bx], &(*check)[c][(static_cast<size_t>(by) * k.stride + bx) * 64], 128) != 0) same = false;
+            }
+        }
+    }
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
+    return same;
 }
 
 struct Case {
@@ -233,6 +253,10 @@ void BM_ZebProgressiveDecode(benchmark::State& state) {
     std::vector<std::vector<int16_t>> out(c.parsed.comps.size());
     for (size_t i = 0; i < out.size(); ++i)
         out[i].resize(static_cast<size_t>(c.parsed.comps[i].stride) * c.parsed.comps[i].rows * 64);
+    if (!decodeAll(c.file, c.parsed, out) || !readCoefficients(c.file, &out, &c.parsed)) {
+        state.SkipWithError("our coefficients differ from libjpeg-turbo's");
+        return;
+    }
     for (auto _ : state) {
         if (!decodeAll(c.file, c.parsed, out)) {
             state.SkipWithError("decode failed");
