@@ -472,9 +472,96 @@ ZEBAPI ZebStatus zebiDecodeHuffman8x8_Direct_JPEG_1u16s_C1(const Zeb8u* src, int
 
 /* ------------------------------------------------------------------ JPEG progressive coding and statistics */
 
+/* One block of one progressive scan per call. Ss..Se: the zigzag band (1..63),
+ * Al: the point transform (0..13); a bad band or Al returns -5. DC scans keep
+ * their pending bits in the baseline layout, AC scans right-justified in the
+ * 64-bit accumulator (up to 63 bits between calls); a state passes between
+ * the two only through a flush or an init. flush != 0 only ends the scan:
+ * DC scans pad with seven one bits, AC scans first write the pending
+ * end-of-band run and correction bits, pad to a byte with ones and reset. */
+ZEBAPI ZebStatus zebiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                            Zeb16s* lastDC, int Al, const EncodeHuffmanSpec* dcSpec,
+                                                            EncodeHuffmanState* state, int flush);
+/* Writes bit Al of src[0]. */
+ZEBAPI ZebStatus zebiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                             int Al, EncodeHuffmanState* state, int flush);
+/* Empty bands join the state's end-of-band run (written at 0x7FFF or when a
+ * later block has something to say). A magnitude of 12 bits or more: -63. */
+ZEBAPI ZebStatus zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                            int Ss, int Se, int Al, const EncodeHuffmanSpec* acSpec,
+                                                            EncodeHuffmanState* state, int flush);
+/* Correction bits wait in the state until the run is written (at 0x7FFF
+ * blocks or more than 937 bits). */
+ZEBAPI ZebStatus zebiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                             int Ss, int Se, int Al, const EncodeHuffmanSpec* acSpec,
+                                                             EncodeHuffmanState* state, int flush);
+/* Decoders add to the caller's block (never cleared here); dst[0] only for
+ * the DC scans. A corrupt run never leaves the 64 elements: -2 as in the
+ * baseline decoder. -62 buffer end, -63 bad code or a marker in mid-code. */
+ZEBAPI ZebStatus zebiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                            Zeb16s* lastDC, int* marker, int Al,
+                                                            const DecodeHuffmanSpec* dcSpec, DecodeHuffmanState* state);
+ZEBAPI ZebStatus zebiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                             int* marker, int Al, DecodeHuffmanState* state);
+ZEBAPI ZebStatus zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                            int* marker, int Ss, int Se, int Al,
+                                                            const DecodeHuffmanSpec* acSpec, DecodeHuffmanState* state);
+ZEBAPI ZebStatus zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                             int* marker, int Ss, int Se, int Al,
+                                                             const DecodeHuffmanSpec* acSpec,
+                                                             DecodeHuffmanState* state);
+/* Statistics: add 1 to the counter of every symbol the matching encoder would
+ * write (the counters are only incremented). Baseline: DC category above 15
+ * or AC above 14 returns -63. DCFirst: category above 11. The AC forms keep
+ * eobRun and correctionCount in the state (no bits); ACFirst refuses a
+ * category above 10; their flush counts the pending run and resets. */
+ZEBAPI ZebStatus zebiGetHuffmanStatistics8x8_JPEG_16s_C1(const Zeb16s* src, Zeb32s* dcStatistics, Zeb32s* acStatistics,
+                                                         Zeb16s* lastDC);
+ZEBAPI ZebStatus zebiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(const Zeb16s* src, Zeb32s* dcStatistics,
+                                                                 Zeb16s* lastDC, int Al);
+ZEBAPI ZebStatus zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(const Zeb16s* src, Zeb32s* acStatistics, int Ss,
+                                                                 int Se, int Al, EncodeHuffmanState* state, int flush);
+ZEBAPI ZebStatus zebiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(const Zeb16s* src, Zeb32s* acStatistics, int Ss,
+                                                                  int Se, int Al, EncodeHuffmanState* state, int flush);
+
 /* (end of JPEG progressive coding and statistics) */
 
 /* ------------------------------------------------------------------ JPEG lossless coding and predictors */
+
+/* Predictors 1..7 on rows of 16-bit samples, read as signed values (shifts
+ * arithmetic, results modulo 2^16). The first row of a scan predicts its first
+ * sample as 1 << (precision - pointTransform - 1) and the rest from the left;
+ * other rows predict their first sample from above. precision 2..16,
+ * pointTransform >= 0, predictor 1..7, else -5. dst must not overlap the
+ * inputs beyond what the element order allows. */
+ZEBAPI ZebStatus zebiDiffPredFirstRow_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, int width, int precision,
+                                                  int pointTransform);
+ZEBAPI ZebStatus zebiDiffPredRow_JPEG_16s_C1(const Zeb16s* src, const Zeb16s* prevRow, Zeb16s* dst, int width,
+                                             int predictor);
+ZEBAPI ZebStatus zebiReconstructPredFirstRow_JPEG_16s_C1(const Zeb16s* src, Zeb16s* dst, int width, int precision,
+                                                         int pointTransform);
+ZEBAPI ZebStatus zebiReconstructPredRow_JPEG_16s_C1(const Zeb16s* src, const Zeb16s* prevRow, Zeb16s* dst, int width,
+                                                    int predictor);
+/* One difference: the code of its category (0..16; -32768 is 16) and the
+ * value bits (none for 16). flush != 0 pads with seven one bits and resets. */
+ZEBAPI ZebStatus zebiEncodeHuffmanOne_JPEG_16s1u_C1(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos,
+                                                    const EncodeHuffmanSpec* spec, EncodeHuffmanState* state,
+                                                    int flush);
+/* Category 16 and above decodes to 0x8000. */
+ZEBAPI ZebStatus zebiDecodeHuffmanOne_JPEG_1u16s_C1(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* dst,
+                                                    int* marker, const DecodeHuffmanSpec* spec,
+                                                    DecodeHuffmanState* state);
+/* A row of up to four interleaved components (components above 4 count as
+ * 4): sample i of every component in turn, component c with specs[c]. */
+ZEBAPI ZebStatus zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(const Zeb16s* const* src, int width, int components, Zeb8u* dst,
+                                                      int dstLen, int* dstPos, const EncodeHuffmanSpec* const* specs,
+                                                      EncodeHuffmanState* state, int flush);
+ZEBAPI ZebStatus zebiDecodeHuffmanRow_JPEG_1u16s_C1P4(const Zeb8u* src, int srcLen, int* srcPos, Zeb16s* const* dst,
+                                                      int width, int components, int* marker,
+                                                      const DecodeHuffmanSpec* const* specs,
+                                                      DecodeHuffmanState* state);
+/* Adds 1 to statistics[category of *src]. */
+ZEBAPI ZebStatus zebiGetHuffmanStatisticsOne_JPEG_16s_C1(const Zeb16s* src, Zeb32s* statistics);
 
 /* (end of JPEG lossless coding and predictors) */
 

@@ -16,45 +16,7 @@ namespace zeb::jpeg::huff {
 
 namespace {
 
-// Zigzag order extended by eight guard positions that all mean 63: a run
-// may overshoot the block by that much before the decoder refuses it.
-struct ZigzagExt {
-    uint8_t z[72];
-    constexpr ZigzagExt() : z{} {
-        for (int k = 0; k < 64; ++k) z[k] = kZigzag[k];
-        for (int k = 64; k < 72; ++k) z[k] = 63;
-    }
-};
-constexpr ZigzagExt kZext;
-
 inline int16_t coef(const uint8_t* block, int natural) { return loadAs<int16_t>(block + 2 * natural); }
-
-// ------------------------------------------------------------ state access
-
-// The encoder's pending bits: bitCount 0..7 at the top of the 24-bit field.
-// A state outside that (never produced by these coders) is clamped.
-inline void loadEncState(const uint8_t* st, uint32_t& acc, int& cnt) {
-    int c = loadAs<int32_t>(st + offsetof(EncodeHuffmanState, bitCount));
-    cnt = c < 0 ? 0 : (c > 7 ? 7 : c);
-    uint32_t keep = 0xFFFFFFu & ~((1u << (24 - cnt)) - 1u);
-    acc = static_cast<uint32_t>(loadAs<uint64_t>(st)) & keep;
-}
-inline void storeEncState(uint8_t* st, uint32_t acc, int cnt) {
-    storeAs<uint64_t>(st, acc);
-    storeAs<int32_t>(st + offsetof(EncodeHuffmanState, bitCount), cnt);
-}
-
-// The decoder's read-ahead: at most 32 valid bits.
-inline void loadDecState(const uint8_t* st, uint32_t& acc, int& cnt) {
-    acc = static_cast<uint32_t>(loadAs<uint64_t>(st));
-    int c = loadAs<int32_t>(st + offsetof(DecodeHuffmanState, bitCount));
-    cnt = c < 0 ? 0 : (c > 32 ? 32 : c);
-}
-inline void storeDecState(uint8_t* st, uint32_t acc, int cnt, int blockEnd) {
-    storeAs<uint64_t>(st, acc);
-    storeAs<int32_t>(st + offsetof(DecodeHuffmanState, bitCount), cnt);
-    storeAs<int32_t>(st + offsetof(DecodeHuffmanState, blockEnd), blockEnd);
-}
 
 // ------------------------------------------------------------ encoding
 
@@ -83,44 +45,6 @@ int encodeSteps(W& w, const uint8_t* block, int32_t diff, EncSpec dc, EncSpec ac
     }
     if (run > 0) return w.putCode(ac.entry(0x00));
     return kOk;
-}
-
-// Byte shuffles that put 64 flags from natural order into zigzag order:
-// output half h (positions 32h..32h+31) is the OR of four in-lane shuffles of
-// the two natural halves, each as it is and with its lanes swapped.
-struct ZigzagShuffles {
-    alignas(32) uint8_t m[2][4][32];  // [output half][A, A swapped, B, B swapped][byte]
-    constexpr ZigzagShuffles() : m{} {
-        for (int h = 0; h < 2; ++h) {
-            for (int j = 0; j < 32; ++j) {
-                const int k = 32 * h + j, n = kZigzag[k];
-                const int lane = j / 16, srcHalf = n / 32, srcLane = (n % 32) / 16;
-                for (int src = 0; src < 4; ++src) m[h][src][j] = 0x80;
-                m[h][2 * srcHalf + (srcLane == lane ? 0 : 1)][j] = static_cast<uint8_t>(n % 16);
-            }
-        }
-    }
-};
-constexpr ZigzagShuffles kZzShuf;
-
-// 64-bit mask of the non-zero coefficients of a block, bit k for zigzag
-// position k.
-inline uint64_t nonZeroMask(const uint8_t* block) {
-    const __m256i zero = _mm256_setzero_si256();
-    auto ld = [&](int i) { return _mm256_cmpeq_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(block + 32 * i)), zero); };
-    // Zero flags, one byte per coefficient, natural order.
-    const __m256i a = _mm256_permute4x64_epi64(_mm256_packs_epi16(ld(0), ld(1)), 0xD8);
-    const __m256i b = _mm256_permute4x64_epi64(_mm256_packs_epi16(ld(2), ld(3)), 0xD8);
-    const __m256i as = _mm256_permute2x128_si256(a, a, 0x01), bs = _mm256_permute2x128_si256(b, b, 0x01);
-    uint32_t half[2];
-    for (int h = 0; h < 2; ++h) {
-        auto sh = [&](__m256i v, int src) {
-            return _mm256_shuffle_epi8(v, _mm256_load_si256(reinterpret_cast<const __m256i*>(kZzShuf.m[h][src])));
-        };
-        __m256i z = _mm256_or_si256(_mm256_or_si256(sh(a, 0), sh(as, 1)), _mm256_or_si256(sh(b, 2), sh(bs, 3)));
-        half[h] = static_cast<uint32_t>(_mm256_movemask_epi8(z));
-    }
-    return ~(static_cast<uint64_t>(half[1]) << 32 | half[0]);
 }
 
 // Code and value bits of one symbol as one item of at most 32 bits; false
