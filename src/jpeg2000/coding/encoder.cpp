@@ -14,8 +14,6 @@
 
 namespace zeb::j2k {
 
-bool gVectorPaths = true;
-
 namespace {
 
 inline uint32_t loadWord(const uint8_t* p) {
@@ -469,7 +467,7 @@ int segmentCountOf(const ZebJ2kCoderState* c) {
 }
 
 int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2kEncodeState* st, int subband,
-                   int magnitudeBits, int flushMethod, int codeStyle) {
+                   int magnitudeBits, int flushMethod, int codeStyle, bool vectorPaths) {
     ZebJ2kCoderState* c = st->coder;
     const int strideBytes = flagStrideBytes(width);
     const int flagRows = flagRowCount(height);
@@ -542,7 +540,7 @@ int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2k
     m.ctx = c->contextBuffer;
     m.n = 0;
     m.capacity = static_cast<int>(c->contextBuffer - c->decisionBuffer);
-    m.vectorPaths = gVectorPaths;
+    m.vectorPaths = vectorPaths;
 
     auto endPass = [&](int raw) {
         c->passRaw[c->passCount] = raw;

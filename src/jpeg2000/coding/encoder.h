@@ -54,12 +54,10 @@ void resetContexts(ZebJ2kCoderState* c);
 void restartMq(ZebJ2kCoderState* c);
 
 // Models one block into the state (arguments already checked). Returns S.
+// vectorPaths false takes the per-sample paths only, so that tests can check
+// the eight-column forms against them.
 int modelCodeBlock(const Zeb32s* src, int srcStep, int width, int height, ZebJ2kEncodeState* st, int subband,
-                   int magnitudeBits, int flushMethod, int codeStyle);
-
-// Test switch: false makes the modelling take its per-sample paths only, so
-// that the vector forms can be checked against them.
-extern bool gVectorPaths;
+                   int magnitudeBits, int flushMethod, int codeStyle, bool vectorPaths = true);
 
 // Number of terminated segments of the loaded block.
 int segmentCountOf(const ZebJ2kCoderState* c);

@@ -367,11 +367,8 @@ TEST(J2kEncodeRoundTrip, EveryStyleSizeAndSubband) {
 // same symbols, pass tables and distortion, on widths with and without a
 // tail of fewer than eight columns, heights with a short last stripe, the
 // exact last plane, and blocks from nearly empty to dense. The modelling is
-// called directly, as the switch lives beside it.
+// called directly, with the per-sample forms asked for by its last argument.
 TEST(J2kEncodeModel, VectorColumnsMatchPerSampleColumns) {
-    struct Restore {
-        ~Restore() { zeb::j2k::gVectorPaths = true; }
-    } restore;
     Handle h({64, 64});
     std::mt19937 g(77);
     const ZebSize sizes[] = {{8, 4}, {16, 8}, {17, 12}, {64, 64}, {40, 7}, {23, 64}, {64, 5}};
@@ -390,9 +387,8 @@ TEST(J2kEncodeModel, VectorColumnsMatchPerSampleColumns) {
                 auto block = randomBlock(sz.width, sz.height, bits, g, zeros);
                 Model m[2];
                 for (int v = 0; v < 2; ++v) {
-                    zeb::j2k::gVectorPaths = v == 1;
                     m[v].S = zeb::j2k::modelCodeBlock(block.data(), 4 * sz.width, sz.width, sz.height, h.st, subband,
-                                                      mb, 0, style);
+                                                      mb, 0, style, v == 1);
                     const ZebJ2kCoderState* cs = h.st->coder;
                     m[v].dec.assign(cs->decisionBuffer, cs->decisionBuffer + cs->symbolsWritten);
                     m[v].ctx.assign(cs->contextBuffer, cs->contextBuffer + cs->symbolsWritten);
