@@ -17,4 +17,4 @@ echo "== Release build"
 run build -DCMAKE_BUILD_TYPE=Release
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  run build-san -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZEB_SANITIZE=ON -DZEB_BUILD_BENCH=OFF
+  run build-san -DCMAKE_BUILD_TYPE=Release -DZEB_SANITIZE=ON -DZEB_BUILD_BENCH=OFF
