@@ -2,7 +2,8 @@
 """Prints the PSNR in dB between two 8-bit images of the same size (PGM/PPM,
 or PNG grey/RGB without interlace); 'inf' when they are identical.
 
-usage: psnr.py A B [MIN_DB]   (with MIN_DB: exit 1 when below it)
+usage: psnr.py A B [MIN_DB]          (with MIN_DB: exit 1 when below it)
+       psnr.py --pairs LIST MIN_DB   (LIST: lines "A B [MIN_DB]"; checks every pair)
 """
 import math
 import struct
@@ -85,7 +86,25 @@ def psnr(a, b):
     return 10 * math.log10(255.0 * 255.0 * len(pa) / se)
 
 
+def check_pairs(listing, default_min):
+    worst, bad = math.inf, 0
+    for line in open(listing):
+        parts = line.split()
+        if not parts:
+            continue
+        least = float(parts[2]) if len(parts) > 2 else default_min
+        value = psnr(parts[0], parts[1])
+        worst = min(worst, value)
+        if value < least:
+            print("PSNR of %s against %s is %.2f dB, below %g" % (parts[0], parts[1], value, least), file=sys.stderr)
+            bad += 1
+    print("%.2f" % worst)
+    return bad == 0
+
+
 if __name__ == "__main__":
+    if sys.argv[1] == "--pairs":
+        sys.exit(0 if check_pairs(sys.argv[2], float(sys.argv[3])) else 1)
     value = psnr(sys.argv[1], sys.argv[2])
     print("%.2f" % value)
     if len(sys.argv) > 3 and value < float(sys.argv[3]):
