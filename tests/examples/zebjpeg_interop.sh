@@ -9,6 +9,9 @@ photo=$here/../../data/astronaut.png
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
+# Under the sanitizers a report must not pass for the tool's own exit 1.
+export ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}exitcode=86
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}halt_on_error=1:exitcode=87
 psnr() { python3 "$here/psnr.py" "$@"; }
 
 python3 "$here/make_test_image.py" 173 61 3 8 rgb.ppm
@@ -112,16 +115,18 @@ rnd = random.Random(11)
 for i in range(150):
     d = bytearray(data)
     for _ in range(rnd.randrange(1, 6)):
-        d[rnd.randrange(2, len(d))] = rnd.randrange(256)
+        # half of the damage lands in the headers (the first 640 bytes)
+        end = 640 if rnd.random() < 0.5 else len(d)
+        d[rnd.randrange(2, end)] = rnd.randrange(256)
     if i % 3 == 0:
         d = d[:rnd.randrange(2, len(d))]
     open("fuzz%03d.jpg" % i, "wb").write(d)
 PY
 for f in fuzz*.jpg; do
   set +e
-  "$tool" decode "$f" x.ppm 2>/dev/null
+  "$tool" decode "$f" x.ppm 2> err.txt
   rc=$?
   set -e
-  [ $rc -le 1 ] || { echo "$f: exit $rc"; exit 1; }
+  [ $rc -eq 0 ] || { [ $rc -eq 1 ] && grep -q "^zebjpeg: " err.txt; } || { echo "$f: exit $rc"; cat err.txt; exit 1; }
 done
 echo "zebjpeg interop: all checks passed"
