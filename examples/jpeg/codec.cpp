@@ -87,7 +87,6 @@ struct Plane {
         size_t bytes = size_t(step) * size_t(h + 2);
         storage.reset(static_cast<uint8_t*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64)));
         if (!storage) throw Error("out of memory");
-        std::memset(storage.get(), 0, bytes);
         origin = storage.get() + step + 32;
     }
     uint8_t* row(int y) const { return origin + ptrdiff_t(y) * step; }
@@ -119,8 +118,9 @@ struct Frame {
     int hmax = 1, vmax = 1, mcusX = 0, mcusY = 0, step = 0;
     std::vector<Component> comps;
 
-    // Sizes every component from the sampling factors and allocates planes.
-    void layout() {
+    // Sizes every component from the sampling factors and allocates planes:
+    // whole-image planes, or strips of one MCU row.
+    void layout(bool strips = false) {
         hmax = vmax = 1;
         for (auto& c : comps) hmax = std::max(hmax, c.h), vmax = std::max(vmax, c.v);
         mcusX = (width + 8 * hmax - 1) / (8 * hmax);
@@ -131,7 +131,7 @@ struct Frame {
             c.validH = int((int64_t(height) * c.v + vmax - 1) / vmax);
             c.blocksW = mcusX * c.h;
             c.blocksH = mcusY * c.v;
-            c.plane.allocate(c.blocksW * 8, c.blocksH * 8, step);
+            c.plane.allocate(c.blocksW * 8, strips ? c.v * 8 : c.blocksH * 8, step);
         }
     }
     int fullWidth() const { return mcusX * hmax * 8; }
@@ -141,58 +141,61 @@ struct Frame {
 // ---------------------------------------------------------------- colour stage
 
 // Moves between interleaved pixels and the component planes of a frame, at
-// the components' own sampling. The whole-image form below converts the image
-// into full planes and resamples them; an MCU-at-a-time form can stand in its
-// place behind the same two calls.
+// the components' own sampling. The form below runs the library's
+// whole-region conversions and resamplers on strips of rows; an
+// MCU-at-a-time form can stand in its place behind the same two calls.
 class ColourStage {
 public:
     virtual ~ColourStage() = default;
-    // Fills every component plane, padded to whole MCUs.
-    virtual void forward(const uint8_t* pixels, size_t stride, Frame& frame) = 0;
-    // Writes frame.width x frame.height pixels from the planes. The planes'
-    // borders may be overwritten.
+    // Fills the strip planes of the frame (one MCU row: v * 8 rows of each
+    // component) with MCU row `mcuRow`, padded by replicating the last column
+    // and row of the image.
+    virtual void forward(const uint8_t* pixels, size_t stride, int mcuRow, Frame& frame) = 0;
+    // Writes frame.width x frame.height pixels from the whole-image planes.
+    // The planes' borders are overwritten.
     virtual void inverse(Frame& frame, uint8_t* pixels, size_t stride) = 0;
 };
 
 class PlaneColourStage final : public ColourStage {
 public:
-    void forward(const uint8_t* pixels, size_t stride, Frame& f) override {
-        const int W = f.width, H = f.height;
+    void forward(const uint8_t* pixels, size_t stride, int mcuRow, Frame& f) override {
+        const int W = f.width, mcuH = f.vmax * 8, y0 = mcuRow * mcuH;
+        const int rows = std::min(mcuH, f.height - y0);
+        const uint8_t* src = pixels + size_t(y0) * stride;
         if (f.comps.size() == 1) {
             Component& c = f.comps[0];
-            for (int y = 0; y < H; ++y) std::memcpy(c.plane.row(y), pixels + size_t(y) * stride, size_t(W));
-            c.plane.replicate(W, H, c.blocksW * 8, c.blocksH * 8);
+            for (int y = 0; y < rows; ++y) std::memcpy(c.plane.row(y), src + size_t(y) * stride, size_t(W));
+            c.plane.replicate(W, rows, c.blocksW * 8, 8);
             return;
         }
-        // Y at full resolution straight into its plane; chroma through full
-        // planes when it is sampled down.
-        Plane full[3];
+        // Full-resolution components straight into their planes; the others
+        // through a full-resolution strip that is sampled down.
         uint8_t* dst[3];
         for (int i = 0; i < 3; ++i) {
             Component& c = f.comps[size_t(i)];
             if (c.h == f.hmax && c.v == f.vmax) {
                 dst[i] = c.plane.origin;
             } else {
-                full[i].allocate(f.fullWidth(), f.fullHeight(), f.step);
-                dst[i] = full[i].origin;
+                if (!full_[i].origin) full_[i].allocate(f.fullWidth(), mcuH, f.step);
+                dst[i] = full_[i].origin;
             }
         }
-        check(zebiRGBToYCbCr_JPEG_8u_C3P3R(pixels, int(stride), dst, f.step, ZebSize{W, H}), "colour conversion");
+        check(zebiRGBToYCbCr_JPEG_8u_C3P3R(src, int(stride), dst, f.step, ZebSize{W, rows}), "colour conversion");
         for (int i = 0; i < 3; ++i) {
             Component& c = f.comps[size_t(i)];
             if (dst[i] == c.plane.origin) {
-                c.plane.replicate(W, H, c.blocksW * 8, c.blocksH * 8);
+                c.plane.replicate(W, rows, c.blocksW * 8, c.v * 8);
                 continue;
             }
-            full[i].replicate(W, H, f.fullWidth(), f.fullHeight());
-            const ZebSize srcSize{f.fullWidth(), f.fullHeight()};
-            const ZebSize dstSize{c.blocksW * 8, c.blocksH * 8};
+            full_[i].replicate(W, rows, f.fullWidth(), mcuH);
+            const ZebSize srcSize{f.fullWidth(), mcuH};
+            const ZebSize dstSize{c.blocksW * 8, c.v * 8};
             const int hf = f.hmax / c.h, vf = f.vmax / c.v;
             if (hf == 2 && vf == 2)
-                check(zebiSampleDownH2V2_JPEG_8u_C1R(full[i].origin, f.step, srcSize, c.plane.origin, f.step, dstSize),
+                check(zebiSampleDownH2V2_JPEG_8u_C1R(full_[i].origin, f.step, srcSize, c.plane.origin, f.step, dstSize),
                       "down-sampling");
             else if (hf == 2 && vf == 1)
-                check(zebiSampleDownH2V1_JPEG_8u_C1R(full[i].origin, f.step, srcSize, c.plane.origin, f.step, dstSize),
+                check(zebiSampleDownH2V1_JPEG_8u_C1R(full_[i].origin, f.step, srcSize, c.plane.origin, f.step, dstSize),
                       "down-sampling");
             else
                 throw Unsupported("this chroma sampling is not supported by the encoder");
@@ -206,45 +209,56 @@ public:
             for (int y = 0; y < H; ++y) std::memcpy(pixels + size_t(y) * stride, c.plane.row(y), size_t(W));
             return;
         }
-        Plane full[3];
-        const uint8_t* src[3];
-        for (int i = 0; i < 3; ++i) {
-            Component& c = f.comps[size_t(i)];
-            const int hf = f.hmax / c.h, vf = f.vmax / c.v;
-            if (hf == 1 && vf == 1) {
-                src[i] = c.plane.origin;
-                continue;
+        // The up-samplers read one sample around the region: replicate it.
+        for (auto& c : f.comps)
+            if (c.h != f.hmax || c.v != f.vmax) c.plane.replicate(c.validW, c.validH, c.validW + 1, c.validH + 1);
+        // Strips of rows keep the up-sampled chroma in cache until the
+        // conversion reads it.
+        constexpr int kStrip = 16;
+        for (int y0 = 0; y0 < H; y0 += kStrip) {
+            const int n = std::min(kStrip, H - y0);
+            const uint8_t* src[3];
+            for (int i = 0; i < 3; ++i) {
+                Component& c = f.comps[size_t(i)];
+                const int hf = f.hmax / c.h, vf = f.vmax / c.v;
+                if (hf == 1 && vf == 1) {
+                    src[i] = c.plane.row(y0);
+                    continue;
+                }
+                if (!full_[i].origin) full_[i].allocate(f.fullWidth(), kStrip, f.step);
+                const ZebSize srcSize{c.validW, c.validH};
+                const ZebSize dstSize{W, n};
+                const uint8_t* in = c.plane.row(y0 / vf);
+                if (hf == 2 && vf == 2)
+                    check(zebiSampleUpH2V2_JPEG_8u_C1R(in, f.step, srcSize, full_[i].origin, f.step, dstSize),
+                          "up-sampling");
+                else if (hf == 2 && vf == 1)
+                    check(zebiSampleUpH2V1_JPEG_8u_C1R(in, f.step, srcSize, full_[i].origin, f.step, dstSize),
+                          "up-sampling");
+                else
+                    upsampleVertical(c.plane, y0, n, full_[i], W);
+                src[i] = full_[i].origin;
             }
-            // The up-samplers read one sample around the region: replicate it.
-            c.plane.replicate(c.validW, c.validH, c.validW + 1, c.validH + 1);
-            full[i].allocate(f.fullWidth(), H, f.step);
-            const ZebSize srcSize{c.validW, c.validH};
-            const ZebSize dstSize{W, H};
-            if (hf == 2 && vf == 2)
-                check(zebiSampleUpH2V2_JPEG_8u_C1R(c.plane.origin, f.step, srcSize, full[i].origin, f.step, dstSize),
-                      "up-sampling");
-            else if (hf == 2 && vf == 1)
-                check(zebiSampleUpH2V1_JPEG_8u_C1R(c.plane.origin, f.step, srcSize, full[i].origin, f.step, dstSize),
-                      "up-sampling");
-            else
-                upsampleVertical(c.plane, full[i], W, H);
-            src[i] = full[i].origin;
+            check(zebiYCbCrToRGB_JPEG_8u_P3C3R(src, f.step, pixels + size_t(y0) * stride, int(stride), ZebSize{W, n}),
+                  "colour conversion");
         }
-        check(zebiYCbCrToRGB_JPEG_8u_P3C3R(src, f.step, pixels, int(stride), ZebSize{W, H}), "colour conversion");
     }
 
 private:
     // Doubles the rows with the 3:1 filter (no library operation covers the
     // vertical-only case); reads the replicated rows above and below.
-    static void upsampleVertical(const Plane& in, Plane& out, int W, int H) {
-        for (int y = 0; y < H; ++y) {
+    static void upsampleVertical(const Plane& in, int y0, int n, Plane& out, int W) {
+        for (int j = 0; j < n; ++j) {
+            const int y = y0 + j;
             const uint8_t* nearRow = in.row(y >> 1);
             const uint8_t* farRow = in.row((y & 1) ? (y >> 1) + 1 : (y >> 1) - 1);
             const int bias = (y & 1) ? 2 : 1;
-            uint8_t* d = out.row(y);
+            uint8_t* d = out.row(j);
             for (int x = 0; x < W; ++x) d[x] = uint8_t((3 * nearRow[x] + farRow[x] + bias) >> 2);
         }
     }
+
+    Plane full_[3];
 };
 
 // ---------------------------------------------------------------- block stage
@@ -386,9 +400,8 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
             f.comps[size_t(i)].tq = i == 0 ? 0 : 1;
         }
     }
-    f.layout();
+    f.layout(true);
     PlaneColourStage colour;
-    colour.forward(pixels, stride, f);
 
     // Quantisation tables scaled by quality.
     auto q = std::unique_ptr<QuantTables>(new QuantTables);
@@ -414,19 +427,21 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
 
     auto forEachBlock = [&](auto&& fn) {
         alignas(64) Zeb16s blk[64];
-        for (int my = 0; my < walkY; ++my)
+        for (int my = 0; my < walkY; ++my) {
+            colour.forward(pixels, stride, my, f);
             for (int mx = 0; mx < walkX; ++mx)
                 for (size_t ci = 0; ci < nc; ++ci) {
                     Component& c = f.comps[ci];
                     for (int by = 0; by < c.v; ++by)
                         for (int bx = 0; bx < c.h; ++bx) {
-                            const int px = (mx * c.h + bx) * 8, py = (my * c.v + by) * 8;
-                            check(zebiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(c.plane.row(py) + px, f.step, blk,
+                            const int px = (mx * c.h + bx) * 8;
+                            check(zebiDCTQuantFwd8x8LS_JPEG_8u16s_C1R(c.plane.row(by * 8) + px, f.step, blk,
                                                                       q->fwd[c.tq]),
                                   "forward DCT");
-                            fn(my * walkX + mx, ci, px, py, blk);
+                            fn(my * walkX + mx, ci, px, (my * c.v + by) * 8, blk);
                         }
                 }
+        }
     };
 
     // Huffman tables: the standard ones, or optimal ones from the counts.
@@ -566,7 +581,8 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
         reconstruction->height = height;
         reconstruction->channels = channels;
         reconstruction->pixels.assign(size_t(width) * size_t(height) * size_t(channels), 0);
-        colour.inverse(rec, reconstruction->pixels.data(), size_t(width) * size_t(channels));
+        PlaneColourStage back;
+        back.inverse(rec, reconstruction->pixels.data(), size_t(width) * size_t(channels));
     }
     return std::vector<uint8_t>(out.data(), out.data() + out.size());
 }
