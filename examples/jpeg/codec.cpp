@@ -69,25 +69,80 @@ void check(ZebStatus s, const char* what) {
 
 // ---------------------------------------------------------------- planes
 
-struct FreeDeleter {
-    void operator()(uint8_t* p) const { std::free(p); }
+// Plane storage is kept per thread between calls: a program that codes one
+// image after another then reuses warm pages instead of faulting in fresh
+// ones for every image.
+class StoragePool {
+public:
+    ~StoragePool() {
+        for (auto& e : free_) std::free(e.p);
+    }
+    uint8_t* take(size_t& bytes) {
+        for (size_t i = 0; i < free_.size(); ++i)
+            if (free_[i].size >= bytes && free_[i].size <= bytes * 2) {
+                Entry e = free_[i];
+                free_.erase(free_.begin() + ptrdiff_t(i));
+                bytes = e.size;
+                return e.p;
+            }
+        bytes = (bytes + 63) / 64 * 64;
+        return static_cast<uint8_t*>(std::aligned_alloc(64, bytes));
+    }
+    void give(uint8_t* p, size_t bytes) {
+        if (!p) return;
+        if (free_.size() >= 8) {
+            std::free(free_.front().p);
+            free_.erase(free_.begin());
+        }
+        free_.push_back({p, bytes});
+    }
+
+private:
+    struct Entry {
+        uint8_t* p;
+        size_t size;
+    };
+    std::vector<Entry> free_;
 };
+
+StoragePool& pool() {
+    thread_local StoragePool p;
+    return p;
+}
 
 // An 8-bit plane with one row above, one row below and 32 columns on either
 // side, so that the region up-samplers can read a replicated border.
 struct Plane {
-    std::unique_ptr<uint8_t, FreeDeleter> storage;
+    uint8_t* storage = nullptr;
+    size_t bytes = 0;
     uint8_t* origin = nullptr;
     int step = 0, width = 0, height = 0;
 
+    Plane() = default;
+    Plane(Plane&& o) noexcept { swap(o); }
+    Plane& operator=(Plane&& o) noexcept {
+        swap(o);
+        return *this;
+    }
+    void swap(Plane& o) noexcept {
+        std::swap(storage, o.storage);
+        std::swap(bytes, o.bytes);
+        std::swap(origin, o.origin);
+        std::swap(step, o.step);
+        std::swap(width, o.width);
+        std::swap(height, o.height);
+    }
+    ~Plane() { pool().give(storage, bytes); }
+
     void allocate(int w, int h, int rowStep) {
+        pool().give(storage, bytes);
         width = w;
         height = h;
         step = rowStep;
-        size_t bytes = size_t(step) * size_t(h + 2);
-        storage.reset(static_cast<uint8_t*>(std::aligned_alloc(64, (bytes + 63) / 64 * 64)));
+        bytes = size_t(step) * size_t(h + 2);
+        storage = pool().take(bytes);
         if (!storage) throw Error("out of memory");
-        origin = storage.get() + step + 32;
+        origin = storage + step + 32;
     }
     uint8_t* row(int y) const { return origin + ptrdiff_t(y) * step; }
 
@@ -597,7 +652,7 @@ public:
         if (size > size_t(INT32_MAX)) throw Error("file too large");
     }
 
-    Raster run() {
+    void run(Raster& out) {
         if (n_ < 2 || d_[0] != 0xFF || d_[1] != 0xD8) throw Error("not a JPEG file (no start-of-image marker)");
         pos_ = 2;
         int marker = nextMarker();
@@ -638,14 +693,13 @@ public:
         if (!frameSeen_) throw Error("no frame header before the end of the image");
         for (size_t i = 0; i < frame_.comps.size(); ++i)
             if (!decoded_[i]) throw Error("a component has no scan");
-        Raster r;
+        Raster& r = out;
         r.width = frame_.width;
         r.height = frame_.height;
         r.channels = int(frame_.comps.size());
-        r.pixels.assign(size_t(r.width) * size_t(r.height) * size_t(r.channels), 0);
+        r.pixels.resize(size_t(r.width) * size_t(r.height) * size_t(r.channels));
         PlaneColourStage colour;
         colour.inverse(frame_, r.pixels.data(), size_t(r.width) * size_t(r.channels));
-        return r;
     }
 
 private:
@@ -874,10 +928,16 @@ private:
 
 }  // namespace
 
-Raster decode(const uint8_t* data, size_t size) {
+void decode(const uint8_t* data, size_t size, Raster& out) {
     if (!data || size < 2) throw Error("not a JPEG file (too short)");
     auto dec = std::make_unique<Decoder>(data, size);
-    return dec->run();
+    dec->run(out);
+}
+
+Raster decode(const uint8_t* data, size_t size) {
+    Raster r;
+    decode(data, size, r);
+    return r;
 }
 
 }  // namespace zebjpeg

@@ -44,5 +44,7 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
 
 // Decodes a baseline or extended 8-bit sequential Huffman file.
 Raster decode(const uint8_t* data, size_t size);
+// The same into `out`, whose pixel storage is reused when it is large enough.
+void decode(const uint8_t* data, size_t size, Raster& out);
 
 }  // namespace zebjpeg
