@@ -82,6 +82,12 @@ for samp in 1x1 2x1 2x2 1x2; do
 done
 theirs one.ppm 40 -quality 75 -sample 2x2
 theirs one.ppm 40 -quality 90 -sample 1x1 -optimize
+# Sequential files in several scans: one component each, and two
+# interleaved then one alone (with restarts).
+printf '0: 0 63 0 0;\n1: 0 63 0 0;\n2: 0 63 0 0;\n' > scans1.txt
+printf '0 1: 0 63 0 0;\n2: 0 63 0 0;\n' > scans2.txt
+theirs rgb.ppm 45 -quality 80 -sample 2x2 -scans scans1.txt
+theirs tiny.ppm 45 -quality 80 -sample 2x1 -restart 1 -scans scans2.txt
 theirs grey.pgm 45 -quality 60
 theirs grey.pgm 45 -quality 90 -restart 1 -optimize
 theirs rgb.ppm 45 -quality 70 -grayscale
