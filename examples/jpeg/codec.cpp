@@ -206,9 +206,11 @@ public:
     // component) with MCU row `mcuRow`, padded by replicating the last column
     // and row of the image.
     virtual void forward(const uint8_t* pixels, size_t stride, int mcuRow, Frame& frame) = 0;
-    // Writes frame.width x frame.height pixels from the whole-image planes.
-    // The planes' borders are overwritten.
-    virtual void inverse(Frame& frame, uint8_t* pixels, size_t stride) = 0;
+    // Writes pixel rows [y0, y1) (y0 even) from the whole-image planes, which
+    // must hold every decoded row that those rows read (for vertically
+    // halved chroma, one row beyond them). The planes' borders are
+    // overwritten.
+    virtual void inverse(Frame& frame, int y0, int y1, uint8_t* pixels, size_t stride) = 0;
 };
 
 class PlaneColourStage final : public ColourStage {
@@ -257,33 +259,45 @@ public:
         }
     }
 
-    void inverse(Frame& f, uint8_t* pixels, size_t stride) override {
-        const int W = f.width, H = f.height;
+    void inverse(Frame& f, int y0, int y1, uint8_t* pixels, size_t stride) override {
+        const int W = f.width;
         if (f.comps.size() == 1) {
             const Component& c = f.comps[0];
-            for (int y = 0; y < H; ++y) std::memcpy(pixels + size_t(y) * stride, c.plane.row(y), size_t(W));
+            for (int y = y0; y < y1; ++y) std::memcpy(pixels + size_t(y) * stride, c.plane.row(y), size_t(W));
             return;
         }
-        // The up-samplers read one sample around the region: replicate it.
-        for (auto& c : f.comps)
-            if (c.h != f.hmax || c.v != f.vmax) c.plane.replicate(c.validW, c.validH, c.validW + 1, c.validH + 1);
+        // The up-samplers read one sample around the region: replicate the
+        // columns of the rows these output rows read, and the rows above and
+        // below the image.
+        for (auto& c : f.comps) {
+            const int vf = f.vmax / c.v;
+            if (c.h == f.hmax && vf == 1) continue;
+            const int lo = y0 / vf - (vf == 2), hi = (y1 - 1) / vf + (vf == 2);
+            for (int r = std::max(lo, 0); r <= std::min(hi, c.validH - 1); ++r) {
+                uint8_t* row = c.plane.row(r);
+                row[c.validW] = row[c.validW - 1];
+                row[-1] = row[0];
+            }
+            if (lo < 0) std::memcpy(c.plane.row(-1) - 1, c.plane.row(0) - 1, size_t(c.validW + 2));
+            if (hi >= c.validH) std::memcpy(c.plane.row(c.validH) - 1, c.plane.row(c.validH - 1) - 1, size_t(c.validW + 2));
+        }
         // Strips of rows keep the up-sampled chroma in cache until the
         // conversion reads it.
         constexpr int kStrip = 16;
-        for (int y0 = 0; y0 < H; y0 += kStrip) {
-            const int n = std::min(kStrip, H - y0);
+        for (int y = y0; y < y1; y += kStrip) {
+            const int n = std::min(kStrip, y1 - y);
             const uint8_t* src[3];
             for (int i = 0; i < 3; ++i) {
                 Component& c = f.comps[size_t(i)];
                 const int hf = f.hmax / c.h, vf = f.vmax / c.v;
                 if (hf == 1 && vf == 1) {
-                    src[i] = c.plane.row(y0);
+                    src[i] = c.plane.row(y);
                     continue;
                 }
                 if (!full_[i].origin) full_[i].allocate(f.fullWidth(), kStrip, f.step);
                 const ZebSize srcSize{c.validW, c.validH};
                 const ZebSize dstSize{W, n};
-                const uint8_t* in = c.plane.row(y0 / vf);
+                const uint8_t* in = c.plane.row(y / vf);
                 if (hf == 2 && vf == 2)
                     check(zebiSampleUpH2V2_JPEG_8u_C1R(in, f.step, srcSize, full_[i].origin, f.step, dstSize),
                           "up-sampling");
@@ -291,10 +305,10 @@ public:
                     check(zebiSampleUpH2V1_JPEG_8u_C1R(in, f.step, srcSize, full_[i].origin, f.step, dstSize),
                           "up-sampling");
                 else
-                    upsampleVertical(c.plane, y0, n, full_[i], W);
+                    upsampleVertical(c.plane, y, n, full_[i], W);
                 src[i] = full_[i].origin;
             }
-            check(zebiYCbCrToRGB_JPEG_8u_P3C3R(src, f.step, pixels + size_t(y0) * stride, int(stride), ZebSize{W, n}),
+            check(zebiYCbCrToRGB_JPEG_8u_P3C3R(src, f.step, pixels + size_t(y) * stride, int(stride), ZebSize{W, n}),
                   "colour conversion");
         }
     }
@@ -637,7 +651,7 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
         reconstruction->channels = channels;
         reconstruction->pixels.assign(size_t(width) * size_t(height) * size_t(channels), 0);
         PlaneColourStage back;
-        back.inverse(rec, reconstruction->pixels.data(), size_t(width) * size_t(channels));
+        back.inverse(rec, 0, height, reconstruction->pixels.data(), size_t(width) * size_t(channels));
     }
     return std::vector<uint8_t>(out.data(), out.data() + out.size());
 }
@@ -653,6 +667,7 @@ public:
     }
 
     void run(Raster& out) {
+        out_ = &out;
         if (n_ < 2 || d_[0] != 0xFF || d_[1] != 0xD8) throw Error("not a JPEG file (no start-of-image marker)");
         pos_ = 2;
         int marker = nextMarker();
@@ -693,13 +708,7 @@ public:
         if (!frameSeen_) throw Error("no frame header before the end of the image");
         for (size_t i = 0; i < frame_.comps.size(); ++i)
             if (!decoded_[i]) throw Error("a component has no scan");
-        Raster& r = out;
-        r.width = frame_.width;
-        r.height = frame_.height;
-        r.channels = int(frame_.comps.size());
-        r.pixels.resize(size_t(r.width) * size_t(r.height) * size_t(r.channels));
-        PlaneColourStage colour;
-        colour.inverse(frame_, r.pixels.data(), size_t(r.width) * size_t(r.channels));
+        colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
     }
 
 private:
@@ -820,6 +829,10 @@ private:
         if (blocks > uint64_t(n_) * 8 + 4096) throw Error("image size does not fit the file's length");
         frame_.layout();
         decoded_.assign(frame_.comps.size(), false);
+        out_->width = frame_.width;
+        out_->height = frame_.height;
+        out_->channels = nc;
+        out_->pixels.resize(size_t(frame_.width) * size_t(frame_.height) * size_t(nc));
         frameSeen_ = true;
     }
 
@@ -869,7 +882,17 @@ private:
         alignas(64) Zeb16s blk[64];
         const int total = mcusX * mcusY;
         const int step = frame_.step;
+        // A scan of every component gives whole MCU rows: turn each into
+        // pixels one MCU row later, while its samples are still in cache
+        // (chroma halved vertically reads one row of the next MCU row).
+        const bool convertAlong = ns == int(frame_.comps.size()) && rowsDone_ == 0;
+        const int mcuH = ns == 1 ? 8 : frame_.vmax * 8;
         for (int m = 0; m < total; ++m) {
+            if (convertAlong && m > mcusX && m % mcusX == 0) {
+                const int end = (m / mcusX - 1) * mcuH;
+                colour_.inverse(frame_, rowsDone_, end, out_->pixels.data(), rowStride());
+                rowsDone_ = end;
+            }
             if (restartInterval_ && m > 0 && m % restartInterval_ == 0) {
                 if (marker == 0) marker = findMarker(srcPos);
                 if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
@@ -915,8 +938,13 @@ private:
         throw Error("file ends inside the image data");
     }
 
+    size_t rowStride() const { return size_t(frame_.width) * frame_.comps.size(); }
+
     const uint8_t* d_;
     size_t n_, pos_ = 0, segEnd_ = 0;
+    Raster* out_ = nullptr;
+    PlaneColourStage colour_;
+    int rowsDone_ = 0;
     Frame frame_;
     bool frameSeen_ = false;
     std::vector<bool> decoded_;
