@@ -717,11 +717,11 @@ private:
         return std::string{digits[(v >> 4) & 15], digits[v & 15]};
     }
 
-    // The next marker code; bytes between segments that are not a marker
-    // make the file bad.
+    // The next marker code. Stray bytes between segments are passed over,
+    // as other decoders do; fill bytes 0xFF before a marker too.
     int nextMarker() {
+        while (pos_ < n_ && d_[pos_] != 0xFF) ++pos_;
         if (pos_ >= n_) throw Error("file ends before the end-of-image marker");
-        if (d_[pos_] != 0xFF) throw Error("expected a marker at byte " + std::to_string(pos_));
         while (pos_ < n_ && d_[pos_] == 0xFF) ++pos_;
         if (pos_ >= n_) throw Error("file ends inside a marker");
         return d_[pos_++];

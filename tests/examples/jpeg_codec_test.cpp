@@ -139,7 +139,7 @@ TEST(JpegCodecFormat, SegmentsAndFillBytesThatCarryNoPixelsAreSkipped) {
     const uint8_t com[] = {0xFF, 0xFE, 0x00, 0x05, 'h', 'i', '!'};
     g.insert(g.end(), app1, app1 + sizeof app1);
     g.insert(g.end(), com, com + sizeof com);
-    g.insert(g.end(), {0xFF, 0xFF, 0xFF});  // fill before the next marker
+    g.insert(g.end(), {0x00, 0x17, 0xFF, 0xFF, 0xFF});  // stray bytes, then fill before the next marker
     g.insert(g.end(), f.begin() + 2, f.end());
     EXPECT_EQ(outcome(g), "ok");
     EXPECT_EQ(zebjpeg::decode(g.data(), g.size()).pixels, ref);
