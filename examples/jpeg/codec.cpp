@@ -225,6 +225,21 @@ public:
             c.plane.replicate(W, rows, c.blocksW * 8, 8);
             return;
         }
+        // Y at full resolution with both chroma halved, on an even region:
+        // one pass converts and averages.
+        const bool fused = (f.comps[0].h == 2 && f.comps[1].h == 1 && f.comps[2].h == 1) &&
+                           f.comps[1].v == 1 && f.comps[2].v == 1 && (W % 2) == 0 && (rows % 2) == 0;
+        if (fused) {
+            uint8_t* planes[3] = {f.comps[0].plane.origin, f.comps[1].plane.origin, f.comps[2].plane.origin};
+            const int steps[3] = {f.step, f.step, f.step};
+            const int vy = f.comps[0].v;
+            const ZebStatus st = vy == 2 ? zebiRGBToYCbCr411_JPEG_8u_C3P3R(src, int(stride), planes, steps, ZebSize{W, rows})
+                                         : zebiRGBToYCbCr422_JPEG_8u_C3P3R(src, int(stride), planes, steps, ZebSize{W, rows});
+            check(st, "colour conversion");
+            f.comps[0].plane.replicate(W, rows, f.comps[0].blocksW * 8, vy * 8);
+            for (int i = 1; i < 3; ++i) f.comps[size_t(i)].plane.replicate(W / 2, rows / vy, f.comps[size_t(i)].blocksW * 8, 8);
+            return;
+        }
         // Full-resolution components straight into their planes; the others
         // through a full-resolution strip that is sampled down.
         uint8_t* dst[3];
