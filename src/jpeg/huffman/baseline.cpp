@@ -133,6 +133,25 @@ inline bool item(uint32_t entry, uint32_t value, int c, uint32_t& bits, int& n) 
     return true;
 }
 
+// The fast writer with a finish that moves the last whole bytes in one
+// eight-byte read-modify-write when the room allows and none is 0xFF: the
+// bytes past the new position are stored back as they were.
+struct BlockWriter : FastWriter {
+    ZEB_HUFF_INLINE bool finishBlock(uint32_t& acc24, int& count) {
+        const int nbytes = nbits >> 3;
+        const uint64_t top = buf << ((64 - nbits) & 63);  // nbits 0: no byte taken below
+        const uint64_t le = __builtin_bswap64(top);
+        const uint64_t keep = _bzhi_u64(~uint64_t{0}, static_cast<unsigned>(8 * nbytes));
+        if (__builtin_expect(len - pos >= 8 && (maskFF(le) & keep) == 0, 1)) {
+            uint64_t old = loadAs<uint64_t>(dst + pos);
+            storeAs<uint64_t>(dst + pos, (old & ~keep) | (le & keep));
+            pos += nbytes;
+            nbits &= 7;
+        }
+        return finish(acc24, count);
+    }
+};
+
 }  // namespace
 
 ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLen, int* dstPos, Zeb16s* lastDC,
@@ -145,7 +164,7 @@ ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLe
     uint32_t acc;
     int cnt;
     loadEncState(stb, acc, cnt);
-    FastWriter w{dst, dstLen, pos, acc >> (24 - cnt), cnt};
+    BlockWriter w{{dst, dstLen, pos, acc >> (24 - cnt), cnt}};
 
     const int16_t s0 = coef(block, 0);
     const int32_t diff = int32_t{s0} - loadAs<int16_t>(lastDC);
@@ -177,7 +196,7 @@ ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLe
         uint32_t eob = ac.entry(0x00);
         if (!item(eob, 0, 0, bits, n) || !w.put(bits, n)) return kGiveUp;
     }
-    if (!w.finish(acc, cnt)) return kGiveUp;
+    if (!w.finishBlock(acc, cnt)) return kGiveUp;
     storeAs<int>(dstPos, w.pos);
     storeEncState(stb, acc, cnt);
     storeAs<int16_t>(lastDC, s0);
