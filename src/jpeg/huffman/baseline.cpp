@@ -47,6 +47,33 @@ int encodeSteps(W& w, const uint8_t* block, int32_t diff, EncSpec dc, EncSpec ac
     return kOk;
 }
 
+// Per coefficient, one 32-bit word: the magnitude in the high half, the value
+// bits (v, or v - 1 when negative) in the low half. The category is then
+// the top set bit's index minus 15, and the value bits its low
+// `category` bits. The words are stored interleaved as the vector unpacks
+// leave them: within each group of 16 coefficients, bits 2 and 3 of the
+// index are swapped.
+inline void coefficientWords(const uint8_t* block, uint32_t* words) {
+    for (int i = 0; i < 4; ++i) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(block + 32 * i));
+        const __m256i vb = _mm256_add_epi16(v, _mm256_srai_epi16(v, 15));
+        const __m256i a = _mm256_abs_epi16(v);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(words + 16 * i), _mm256_unpacklo_epi16(vb, a));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(words + 16 * i + 8), _mm256_unpackhi_epi16(vb, a));
+    }
+}
+// Zigzag position -> slot of its coefficient's word.
+struct ZigzagWords {
+    uint8_t z[64];
+    constexpr ZigzagWords() : z{} {
+        for (int k = 0; k < 64; ++k) {
+            const int n = kZigzag[k];
+            z[k] = static_cast<uint8_t>((n & ~12) | ((n & 4) << 1) | ((n & 8) >> 1));
+        }
+    }
+};
+constexpr ZigzagWords kZw;
+
 // Code and value bits of one symbol as one item of at most 32 bits; false
 // when the symbol has no usable code.
 inline bool item(uint32_t entry, uint32_t value, int c, uint32_t& bits, int& n) {
@@ -56,6 +83,25 @@ inline bool item(uint32_t entry, uint32_t value, int c, uint32_t& bits, int& n) 
     n = len + c;
     return true;
 }
+
+// The fast writer with a finish that moves the last whole bytes in one
+// eight-byte read-modify-write when the room allows and none is 0xFF: the
+// bytes past the new position are stored back as they were.
+struct BlockWriter : FastWriter {
+    ZEB_HUFF_INLINE bool finishBlock(uint32_t& acc24, int& count) {
+        const int nbytes = nbits >> 3;
+        const uint64_t top = buf << ((64 - nbits) & 63);  // nbits 0: no byte taken below
+        const uint64_t le = __builtin_bswap64(top);
+        const uint64_t keep = _bzhi_u64(~uint64_t{0}, static_cast<unsigned>(8 * nbytes));
+        if (__builtin_expect(len - pos >= 8 && (maskFF(le) & keep) == 0, 1)) {
+            uint64_t old = loadAs<uint64_t>(dst + pos);
+            storeAs<uint64_t>(dst + pos, (old & ~keep) | (le & keep));
+            pos += nbytes;
+            nbits &= 7;
+        }
+        return finish(acc24, count);
+    }
+};
 
 }  // namespace
 
@@ -69,7 +115,7 @@ ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLe
     uint32_t acc;
     int cnt;
     loadEncState(stb, acc, cnt);
-    FastWriter w{dst, dstLen, pos, acc >> (24 - cnt), cnt};
+    BlockWriter w{{dst, dstLen, pos, acc >> (24 - cnt), cnt}};
 
     const int16_t s0 = coef(block, 0);
     const int32_t diff = int32_t{s0} - loadAs<int16_t>(lastDC);
@@ -80,28 +126,48 @@ ZEB_HUFF_INLINE int encodeBlockFastImpl(const Zeb16s* src, Zeb8u* dst, int dstLe
 
     uint64_t nz = nonZeroMask(block) & ~uint64_t{1};
     int prev = 0;
-    while (nz != 0) {
-        int k = __builtin_ctzll(nz);
-        nz &= nz - 1;
-        int run = k - prev - 1;
-        if (__builtin_expect(run > 15, 0)) {
-            uint32_t zrl = ac.entry(0xF0);
-            int zlen = static_cast<int>(zrl >> 16);
-            if (static_cast<unsigned>(zlen - 1) >= 16u) return kGiveUp;
-            for (; run > 15; run -= 16)
-                if (!w.put(zrl & 0xFFFFu, zlen)) return kGiveUp;
+    // The coefficients one by one; `coefficient(k)` gives the word of zigzag
+    // position k (see coefficientWords).
+    auto walk = [&](auto coefficient) __attribute__((always_inline)) {
+        while (nz != 0) {
+            int k = __builtin_ctzll(nz);
+            nz &= nz - 1;
+            int run = k - prev - 1;
+            if (__builtin_expect(run > 15, 0)) {
+                uint32_t zrl = ac.entry(0xF0);
+                int zlen = static_cast<int>(zrl >> 16);
+                if (static_cast<unsigned>(zlen - 1) >= 16u) return false;
+                for (; run > 15; run -= 16)
+                    if (!w.put(zrl & 0xFFFFu, zlen)) return false;
+            }
+            const uint32_t word = coefficient(k);
+            const int cat = _bit_scan_reverse(static_cast<int>(word)) - 15;  // the magnitude is not 0
+            unsigned sym = static_cast<unsigned>(run * 16 + cat);
+            if (sym > 255 || !item(ac.entry(sym), _bzhi_u32(word, static_cast<unsigned>(cat)), cat, bits, n) ||
+                !w.put(bits, n))
+                return false;
+            prev = k;
         }
-        int32_t v = loadAs<int16_t>(block + 2 * size_t{kZigzag[k]});
-        c = _bit_scan_reverse(static_cast<int>(magnitude(v))) + 1;  // v is not 0
-        unsigned sym = static_cast<unsigned>(run * 16 + c);
-        if (sym > 255 || !item(ac.entry(sym), valueBits(v, c), c, bits, n) || !w.put(bits, n)) return kGiveUp;
-        prev = k;
+        return true;
+    };
+    // Busy blocks prepare all the words with vector operations; sparse ones
+    // make the few they need.
+    if (__builtin_popcountll(nz) > 12) {
+        alignas(32) uint32_t words[64];
+        coefficientWords(block, words);
+        if (!walk([&](int k) { return words[kZw.z[k]]; })) return kGiveUp;
+    } else {
+        auto one = [&](int k) {
+            const int32_t v = loadAs<int16_t>(block + 2 * size_t{kZigzag[k]});
+            return magnitude(v) << 16 | (static_cast<uint32_t>(v + (v >> 31)) & 0xFFFFu);
+        };
+        if (!walk(one)) return kGiveUp;
     }
     if (prev < 63) {
         uint32_t eob = ac.entry(0x00);
         if (!item(eob, 0, 0, bits, n) || !w.put(bits, n)) return kGiveUp;
     }
-    if (!w.finish(acc, cnt)) return kGiveUp;
+    if (!w.finishBlock(acc, cnt)) return kGiveUp;
     storeAs<int>(dstPos, w.pos);
     storeEncState(stb, acc, cnt);
     storeAs<int16_t>(lastDC, s0);
