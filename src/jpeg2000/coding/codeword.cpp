@@ -15,23 +15,9 @@ namespace zeb::j2k {
 
 namespace {
 
-// A context's state in one byte: probability row * 2 + more probable
-// symbol, with the successors precomputed in the same form.
-struct MqStep {
-    uint32_t qe;
-    uint8_t nextMps, nextLps;
-};
-constexpr std::array<MqStep, 94> makeSteps() {
-    std::array<MqStep, 94> t{};
-    for (int i = 0; i < 47; ++i)
-        for (int mps = 0; mps < 2; ++mps) {
-            const MqRow& r = kMqTable[i];
-            t[2 * i + mps] = {r.qe, static_cast<uint8_t>(2 * r.nextMps + mps),
-                              static_cast<uint8_t>(2 * r.nextLps + (r.swap ? 1 - mps : mps))};
-        }
-    return t;
-}
-constexpr auto kSteps = makeSteps();
+// A context's state in one byte (row * 2 + more probable symbol), shared
+// with the decoders.
+constexpr const auto& kSteps = kMqPackedRows;
 
 // The MQ registers of one run, kept in locals. Bytes go either into the
 // queue or, while the caller's buffer has room for a whole symbol's output,
@@ -107,7 +93,7 @@ struct Mq {
     template <bool Direct>
     void encode(uint32_t d, uint8_t& state) {
         const uint32_t st = state;
-        const MqStep& s = kSteps[st];
+        const MqPackedRow& s = kSteps[st];
         const uint32_t qe = s.qe;
         const uint32_t aSub = a - qe;
         const uint32_t isMps = (d ^ st ^ 1u) & 1u;
