@@ -691,8 +691,8 @@ public:
             if (marker >= 0xD0 && marker <= 0xD7) throw Error("restart marker outside a scan");
             switch (marker) {
             case 0xC0:
-            case 0xC1: frameHeader(); break;
-            case 0xC2:
+            case 0xC1: frameHeader(marker); break;
+            case 0xC2: frameHeader(marker); break;
             case 0xC6:
             case 0xCA:
             case 0xCE: throw Unsupported("progressive JPEG is not supported yet");
@@ -723,6 +723,7 @@ public:
         if (!frameSeen_) throw Error("no frame header before the end of the image");
         for (size_t i = 0; i < frame_.comps.size(); ++i)
             if (!decoded_[i]) throw Error("a component has no scan");
+        if (progressive_) inverseAll();
         colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
     }
 
@@ -808,8 +809,9 @@ private:
         endSegment();
     }
 
-    void frameHeader() {
+    void frameHeader(int sof) {
         if (frameSeen_) throw Error("more than one frame header");
+        progressive_ = sof == 0xC2;
         beginSegment();
         int precision = u8();
         frame_.height = u16();
@@ -844,6 +846,11 @@ private:
         if (blocks > uint64_t(n_) * 8 + 4096) throw Error("image size does not fit the file's length");
         frame_.layout();
         decoded_.assign(frame_.comps.size(), false);
+        if (progressive_) {
+            coefs_.resize(frame_.comps.size());
+            for (size_t i = 0; i < frame_.comps.size(); ++i)
+                coefs_[i].assign(size_t(frame_.comps[i].blocksW) * size_t(frame_.comps[i].blocksH) * 64, 0);
+        }
         out_->width = frame_.width;
         out_->height = frame_.height;
         out_->channels = nc;
@@ -869,13 +876,15 @@ private:
             if (ci[i] < 0) throw Error("scan names an unknown component");
             for (int j = 0; j < i; ++j)
                 if (ci[j] == ci[i]) throw Error("scan names a component twice");
-            if (td[i] > 3 || ta[i] > 3 || !dcSeen_[td[i]] || !acSeen_[ta[i]])
+            if (td[i] > 3 || ta[i] > 3) throw Error("bad Huffman table number in scan header");
+            if (!progressive_ && (!dcSeen_[td[i]] || !acSeen_[ta[i]]))
                 throw Error("scan uses an undefined Huffman table");
             sc[i] = &frame_.comps[size_t(ci[i])];
             if (!quantSeen_[sc[i]->tq]) throw Error("component uses an undefined quantisation table");
         }
         int ss = u8(), se = u8(), a = u8();
         endSegment();
+        if (progressive_) return progressiveScan(ns, sc, ci, td, ta, ss, se, a >> 4, a & 15);
         if (ss != 0 || se != 63 || a != 0) throw Error("scan parameters are not those of a sequential scan");
 
         int mcusX, mcusY, mcuBlocks = 0;
@@ -940,6 +949,97 @@ private:
         return marker;
     }
 
+    // One scan of a progressive frame: its coefficients are added to the
+    // component's stored blocks; the pixels are made after the last scan.
+    int progressiveScan(int ns, Component* const* sc, const int* ci, const int* td, const int* ta, int ss, int se,
+                        int ah, int al) {
+        const bool dc = ss == 0;
+        if (dc ? se != 0 : (se < ss || se > 63 || ns != 1))
+            throw Error("bad spectral selection in a progressive scan");
+        if (al > 13 || ah > 13 || (ah != 0 && al != ah - 1))
+            throw Error("bad successive approximation in a progressive scan");
+        for (int i = 0; i < ns; ++i) {
+            if (dc && ah == 0 && !dcSeen_[td[i]]) throw Error("scan uses an undefined Huffman table");
+            if (!dc && !acSeen_[ta[i]]) throw Error("scan uses an undefined Huffman table");
+            if (!dc && !decoded_[size_t(ci[i])]) throw Error("AC scan before the component's DC scan");
+            if (!quantSeen_[sc[i]->tq]) throw Error("component uses an undefined quantisation table");
+        }
+        int mcusX, mcusY;
+        if (ns == 1) {
+            mcusX = (sc[0]->validW + 7) / 8;
+            mcusY = (sc[0]->validH + 7) / 8;
+        } else {
+            mcusX = frame_.mcusX;
+            mcusY = frame_.mcusY;
+            int mcuBlocks = 0;
+            for (int i = 0; i < ns; ++i) mcuBlocks += sc[i]->h * sc[i]->v;
+            if (mcuBlocks > 10) throw Error("too many blocks in an MCU");
+        }
+        DecodeHuffmanState state;
+        zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+        int marker = 0, srcPos = int(pos_), restarts = 0;
+        Zeb16s lastDC[4] = {};
+        const int total = mcusX * mcusY;
+        for (int m = 0; m < total; ++m) {
+            if (restartInterval_ && m > 0 && m % restartInterval_ == 0) {
+                if (marker == 0) marker = findMarker(srcPos);
+                if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
+                ++restarts;
+                marker = 0;
+                zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+                lastDC[0] = lastDC[1] = lastDC[2] = lastDC[3] = 0;
+            }
+            const int mx = m % mcusX, my = m / mcusX;
+            for (int i = 0; i < ns; ++i) {
+                Component& c = *sc[i];
+                Zeb16s* base = coefs_[size_t(ci[i])].data();
+                const int bw = ns == 1 ? 1 : c.h, bh = ns == 1 ? 1 : c.v;
+                for (int by = 0; by < bh; ++by)
+                    for (int bx = 0; bx < bw; ++bx) {
+                        const int bX = mx * bw + bx, bY = my * bh + by;
+                        Zeb16s* blk = base + (size_t(bY) * size_t(c.blocksW) + size_t(bX)) * 64;
+                        ZebStatus s;
+                        if (dc && ah == 0)
+                            s = zebiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &lastDC[i],
+                                                                           &marker, al, &dcSpec_[td[i]], &state);
+                        else if (dc)
+                            s = zebiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, al,
+                                                                            &state);
+                        else if (ah == 0)
+                            s = zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss, se,
+                                                                           al, &acSpec_[ta[i]], &state);
+                        else
+                            s = zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss,
+                                                                            se, al, &acSpec_[ta[i]], &state);
+                        if (s != zebStatusOk) {
+                            if (s == zebStatusJpegBufferEnd) throw Error("file ends inside the image data");
+                            throw Error("corrupt image data (block decoder status " + std::to_string(s) + ")");
+                        }
+                    }
+            }
+        }
+        if (dc)
+            for (int i = 0; i < ns; ++i) decoded_[size_t(ci[i])] = true;
+        if (marker == 0) marker = findMarker(srcPos);
+        pos_ = size_t(srcPos);
+        if (marker >= 0xD0 && marker <= 0xD7) throw Error("restart marker after the last MCU");
+        return marker;
+    }
+
+    // The inverse transform of every stored block of a progressive frame.
+    void inverseAll() {
+        alignas(64) Zeb16s blk[64];
+        for (size_t i = 0; i < frame_.comps.size(); ++i) {
+            Component& c = frame_.comps[i];
+            const Zeb16s* src = coefs_[i].data();
+            for (int by = 0; by < c.blocksH; ++by)
+                for (int bx = 0; bx < c.blocksW; ++bx, src += 64) {
+                    std::memcpy(blk, src, sizeof blk);
+                    inverseBlock(blk, blockEndOf(blk), c.plane.row(by * 8) + bx * 8, frame_.step, inv_[c.tq]);
+                }
+        }
+    }
+
     // Skips the rest of an interval's data up to the next marker.
     int findMarker(int& srcPos) {
         size_t p = size_t(srcPos);
@@ -961,7 +1061,8 @@ private:
     PlaneColourStage colour_;
     int rowsDone_ = 0;
     Frame frame_;
-    bool frameSeen_ = false;
+    bool frameSeen_ = false, progressive_ = false;
+    std::vector<std::vector<Zeb16s>> coefs_;  // progressive: quantised blocks per component, row by row
     std::vector<bool> decoded_;
     int restartInterval_ = 0;
     alignas(64) Zeb16u inv_[4][64] = {};
