@@ -671,6 +671,99 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
     return std::vector<uint8_t>(out.data(), out.data() + out.size());
 }
 
+// ================================================================ lossless encoder
+
+std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int width, int height, int channels,
+                                    const LosslessOptions& opt) {
+    if (!samples || width < 1 || height < 1 || width > 65535 || height > 65535)
+        throw Error("image size must be 1..65535 on each side");
+    if (channels != 1 && channels != 3) throw Error("only grey and RGB images can be encoded");
+    if (opt.precision < 2 || opt.precision > 16) throw Error("precision must be 2..16 bits");
+    if (opt.predictor < 1 || opt.predictor > 7) throw Error("predictor must be 1..7");
+    if (opt.pointTransform < 0 || opt.pointTransform >= opt.precision)
+        throw Error("point transform must be 0..precision-1");
+    const int nc = channels, W = width, Pt = opt.pointTransform;
+    const uint32_t limit = 1u << opt.precision;
+
+    // Differences of the whole image, component by component, row by row:
+    // the table of each component is built from them before coding.
+    std::vector<Zeb16s> diff(size_t(nc) * size_t(W) * size_t(height));
+    std::vector<Zeb16s> cur(static_cast<size_t>(W)), prev(static_cast<size_t>(W));
+    for (int c = 0; c < nc; ++c)
+        for (int y = 0; y < height; ++y) {
+            const uint16_t* src = samples + size_t(y) * stride + size_t(c);
+            for (int x = 0; x < W; ++x) {
+                const uint16_t v = src[size_t(x) * size_t(nc)];
+                if (v >= limit) throw Error("sample " + std::to_string(v) + " does not fit the precision");
+                cur[size_t(x)] = Zeb16s(v >> Pt);
+            }
+            Zeb16s* d = &diff[(size_t(c) * size_t(height) + size_t(y)) * size_t(W)];
+            if (y == 0)
+                check(zebiDiffPredFirstRow_JPEG_16s_C1(cur.data(), d, W, opt.precision, Pt), "prediction");
+            else
+                check(zebiDiffPredRow_JPEG_16s_C1(cur.data(), prev.data(), d, W, opt.predictor), "prediction");
+            std::swap(cur, prev);
+        }
+    HuffTable tables[3];
+    auto specs = std::unique_ptr<EncodeHuffmanSpec[]>(new EncodeHuffmanSpec[3]);
+    for (int c = 0; c < nc; ++c) {
+        int32_t counts[256] = {};
+        const Zeb16s* d = &diff[size_t(c) * size_t(height) * size_t(W)];
+        for (size_t i = 0, n = size_t(W) * size_t(height); i < n; ++i)
+            check(zebiGetHuffmanStatisticsOne_JPEG_16s_C1(d + i, counts), "statistics");
+        check(zebiEncodeHuffmanRawTableInit_JPEG_8u(counts, tables[c].bits, tables[c].vals), "Huffman table");
+        check(zebiEncodeHuffmanSpecInit_JPEG_8u(tables[c].bits, tables[c].vals, &specs[size_t(c)]), "Huffman table");
+    }
+
+    ByteSink out(size_t(W) * size_t(height) * size_t(nc) + 1024);
+    out.put16(0xFFD8);
+    out.put16(0xFFC3);
+    out.put16(8 + 3 * nc);
+    out.put(uint8_t(opt.precision));
+    out.put16(height);
+    out.put16(W);
+    out.put(uint8_t(nc));
+    for (int c = 0; c < nc; ++c) {
+        out.put(uint8_t(c + 1));
+        out.put(0x11);
+        out.put(0);
+    }
+    for (int c = 0; c < nc; ++c) writeHuffman(out, 0, c, tables[c]);
+    out.put16(0xFFDA);
+    out.put16(6 + 2 * nc);
+    out.put(uint8_t(nc));
+    for (int c = 0; c < nc; ++c) {
+        out.put(uint8_t(c + 1));
+        out.put(uint8_t(c << 4));
+    }
+    out.put(uint8_t(opt.predictor));
+    out.put(0);
+    out.put(uint8_t(Pt));
+
+    EncodeHuffmanState state;
+    check(zebiEncodeHuffmanStateInit_JPEG_8u(&state), "Huffman state");
+    const EncodeHuffmanSpec* sp[4] = {&specs[0], &specs[size_t(nc > 1)], &specs[size_t(nc > 2 ? 2 : 0)], &specs[0]};
+    const size_t worstRow = size_t(W) * size_t(nc) * 8 + 64;  // 31 bits a sample, every byte stuffed
+    int pos = int(out.size());
+    for (int y = 0; y < height; ++y) {
+        const Zeb16s* rows[4];
+        for (int c = 0; c < 4; ++c)
+            rows[c] = &diff[(size_t(c < nc ? c : 0) * size_t(height) + size_t(y)) * size_t(W)];
+        out.setSize(size_t(pos));
+        out.reserve(worstRow);
+        if (out.capacity() > size_t(INT32_MAX)) throw Error("output too large");
+        check(zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(rows, W, nc, out.data(), int(out.capacity()), &pos, sp, &state, 0),
+              "Huffman encoding");
+    }
+    out.setSize(size_t(pos));
+    out.reserve(64);
+    check(zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(nullptr, 0, 0, out.data(), int(out.capacity()), &pos, nullptr, &state, 1),
+          "flush");
+    out.setSize(size_t(pos));
+    out.put16(0xFFD9);
+    return std::vector<uint8_t>(out.data(), out.data() + out.size());
+}
+
 // ================================================================ decoder
 
 namespace {
@@ -696,7 +789,7 @@ public:
             case 0xC6:
             case 0xCA:
             case 0xCE: throw Unsupported("progressive JPEG is not supported yet");
-            case 0xC3:
+            case 0xC3: frameHeader(marker); break;
             case 0xC7:
             case 0xCB:
             case 0xCF: throw Unsupported("lossless JPEG is not supported yet");
@@ -723,6 +816,10 @@ public:
         if (!frameSeen_) throw Error("no frame header before the end of the image");
         for (size_t i = 0; i < frame_.comps.size(); ++i)
             if (!decoded_[i]) throw Error("a component has no scan");
+        if (lossless_) {
+            losslessOutput(out);
+            return;
+        }
         if (progressive_) inverseAll();
         colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
     }
@@ -812,12 +909,15 @@ private:
     void frameHeader(int sof) {
         if (frameSeen_) throw Error("more than one frame header");
         progressive_ = sof == 0xC2;
+        lossless_ = sof == 0xC3;
         beginSegment();
         int precision = u8();
         frame_.height = u16();
         frame_.width = u16();
         int nc = u8();
-        if (precision != 8) throw Unsupported(std::to_string(precision) + "-bit samples are not supported");
+        if (lossless_ ? (precision < 2 || precision > 16) : precision != 8)
+            throw Unsupported(std::to_string(precision) + "-bit samples are not supported");
+        precision_ = precision;
         if (frame_.height == 0) throw Unsupported("a height defined after the scan (DNL) is not supported");
         if (frame_.width == 0) throw Error("image width is 0");
         if (nc != 1 && nc != 3) throw Unsupported(std::to_string(nc) + "-component images are not supported");
@@ -830,6 +930,7 @@ private:
             c.tq = u8();
             if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.tq > 3) throw Error("bad component in frame header");
             if (nc == 1) c.h = c.v = 1;  // a single component is never interleaved
+            if (lossless_ && (c.h != 1 || c.v != 1)) throw Unsupported("sampled lossless components are not supported");
             if (c.h > 2 || c.v > 2) throw Unsupported("sampling factors above 2 are not supported");
         }
         endSegment();
@@ -843,7 +944,19 @@ private:
         uint64_t blocks = 0;
         for (auto& c : frame_.comps)
             blocks += uint64_t((frame_.width * c.h / hmax + 7) / 8 + 1) * uint64_t((frame_.height * c.v / vmax + 7) / 8 + 1);
+        if (lossless_) blocks = uint64_t(frame_.width) * uint64_t(frame_.height) * uint64_t(nc);  // a bit a sample
         if (blocks > uint64_t(n_) * 8 + 4096) throw Error("image size does not fit the file's length");
+        if (lossless_) {
+            samples_.assign(size_t(nc), {});
+            for (auto& p : samples_) p.assign(size_t(frame_.width) * size_t(frame_.height), 0);
+            pointTransform_.assign(size_t(nc), 0);
+            decoded_.assign(size_t(nc), false);
+            out_->width = frame_.width;
+            out_->height = frame_.height;
+            out_->channels = nc;
+            frameSeen_ = true;
+            return;
+        }
         frame_.layout();
         decoded_.assign(frame_.comps.size(), false);
         if (progressive_) {
@@ -855,6 +968,8 @@ private:
         out_->height = frame_.height;
         out_->channels = nc;
         out_->pixels.resize(size_t(frame_.width) * size_t(frame_.height) * size_t(nc));
+        out_->bits = 8;
+        out_->samples16.clear();
         frameSeen_ = true;
     }
 
@@ -877,6 +992,8 @@ private:
             for (int j = 0; j < i; ++j)
                 if (ci[j] == ci[i]) throw Error("scan names a component twice");
             if (td[i] > 3 || ta[i] > 3) throw Error("bad Huffman table number in scan header");
+            if (lossless_ && !dcSeen_[td[i]]) throw Error("scan uses an undefined Huffman table");
+            if (lossless_) continue;
             if (!progressive_ && (!dcSeen_[td[i]] || !acSeen_[ta[i]]))
                 throw Error("scan uses an undefined Huffman table");
             sc[i] = &frame_.comps[size_t(ci[i])];
@@ -884,6 +1001,7 @@ private:
         }
         int ss = u8(), se = u8(), a = u8();
         endSegment();
+        if (lossless_) return losslessScan(ns, ci, td, ss, a >> 4, a & 15);
         if (progressive_) return progressiveScan(ns, sc, ci, td, ta, ss, se, a >> 4, a & 15);
         if (ss != 0 || se != 63 || a != 0) throw Error("scan parameters are not those of a sequential scan");
 
@@ -1026,6 +1144,82 @@ private:
         return marker;
     }
 
+    // One scan of a lossless frame: rows of differences of the scan's
+    // components, interleaved sample by sample, then the predictor undone.
+    int losslessScan(int ns, const int* ci, const int* td, int predictor, int ah, int pt) {
+        if (predictor < 1 || predictor > 7) throw Error("bad predictor in a lossless scan");
+        if (ah != 0 || pt >= precision_) throw Error("bad point transform in a lossless scan");
+        const int W = frame_.width, H = frame_.height;
+        if (restartInterval_ && restartInterval_ % W != 0)
+            throw Unsupported("lossless restart intervals that are not whole rows are not supported");
+        const int rowsPerInterval = restartInterval_ ? restartInterval_ / W : H;
+        std::vector<Zeb16s> diffs(size_t(ns) * size_t(W));
+        Zeb16s* rows[4];
+        const DecodeHuffmanSpec* specs[4];
+        for (int i = 0; i < 4; ++i) {
+            rows[i] = &diffs[size_t(i < ns ? i : 0) * size_t(W)];
+            specs[i] = &dcSpec_[td[i < ns ? i : 0]];
+        }
+        DecodeHuffmanState state;
+        zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+        int marker = 0, srcPos = int(pos_), restarts = 0;
+        for (int y = 0; y < H; ++y) {
+            const bool first = y % rowsPerInterval == 0;
+            if (first && y > 0) {
+                if (marker == 0) marker = findMarker(srcPos);
+                if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
+                ++restarts;
+                marker = 0;
+                zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+            }
+            ZebStatus s = zebiDecodeHuffmanRow_JPEG_1u16s_C1P4(d_, int(n_), &srcPos, rows, W, ns, &marker, specs, &state);
+            if (s != zebStatusOk) {
+                if (s == zebStatusJpegBufferEnd) throw Error("file ends inside the image data");
+                throw Error("corrupt image data (row decoder status " + std::to_string(s) + ")");
+            }
+            for (int i = 0; i < ns; ++i) {
+                Zeb16s* plane = samples_[size_t(ci[i])].data();
+                Zeb16s* dst = plane + size_t(y) * size_t(W);
+                if (first)
+                    check(zebiReconstructPredFirstRow_JPEG_16s_C1(rows[i], dst, W, precision_, pt), "prediction");
+                else
+                    check(zebiReconstructPredRow_JPEG_16s_C1(rows[i], dst - W, dst, W, predictor), "prediction");
+            }
+        }
+        for (int i = 0; i < ns; ++i) {
+            decoded_[size_t(ci[i])] = true;
+            pointTransform_[size_t(ci[i])] = pt;
+        }
+        if (marker == 0) marker = findMarker(srcPos);
+        pos_ = size_t(srcPos);
+        if (marker >= 0xD0 && marker <= 0xD7) throw Error("restart marker after the last row");
+        return marker;
+    }
+
+    // Lossless samples to pixels: the point transform undone and the value
+    // kept to the frame's precision (a corrupt stream can leave any word).
+    void losslessOutput(Raster& out) {
+        const size_t nc = frame_.comps.size(), n = size_t(frame_.width) * size_t(frame_.height);
+        const uint32_t mask = (1u << precision_) - 1;
+        out.bits = precision_ <= 8 ? 8 : precision_;
+        if (precision_ <= 8) {
+            out.pixels.resize(n * nc);
+            out.samples16.clear();
+        } else {
+            out.pixels.clear();
+            out.samples16.resize(n * nc);
+        }
+        for (size_t c = 0; c < nc; ++c) {
+            const Zeb16s* src = samples_[c].data();
+            const int pt = pointTransform_[c];
+            if (precision_ <= 8)
+                for (size_t i = 0; i < n; ++i) out.pixels[i * nc + c] = uint8_t((uint32_t(uint16_t(src[i])) << pt) & mask);
+            else
+                for (size_t i = 0; i < n; ++i)
+                    out.samples16[i * nc + c] = uint16_t((uint32_t(uint16_t(src[i])) << pt) & mask);
+        }
+    }
+
     // The inverse transform of every stored block of a progressive frame.
     void inverseAll() {
         alignas(64) Zeb16s blk[64];
@@ -1061,7 +1255,10 @@ private:
     PlaneColourStage colour_;
     int rowsDone_ = 0;
     Frame frame_;
-    bool frameSeen_ = false, progressive_ = false;
+    bool frameSeen_ = false, progressive_ = false, lossless_ = false;
+    int precision_ = 8;
+    std::vector<std::vector<Zeb16s>> samples_;  // lossless: samples per component, before the point transform
+    std::vector<int> pointTransform_;
     std::vector<std::vector<Zeb16s>> coefs_;  // progressive: quantised blocks per component, row by row
     std::vector<bool> decoded_;
     int restartInterval_ = 0;

@@ -49,6 +49,75 @@ theirs grey.pgm -quality 80 -scans grey.txt -restart 1
 theirs rgb.ppm -progressive -grayscale -quality 70 -restart 3
 echo "cjpeg's progressive files, our decode against djpeg's: worst $(psnr --pairs pairs.txt 45) dB over $m files"
 
+# Lossless: every predictor at 8, 12 and 16 bits, grey and RGB, gives the
+# input back exactly; with a point transform the input without its low bits.
+python3 "$here/make_test_image.py" 40 24 3 16 rgb16.ppm 5
+python3 "$here/make_test_image.py" 37 21 1 16 grey16.pgm 6
+python3 "$here/make_test_image.py" 31 17 3 8 rgb8.ppm 7
+python3 - <<'PY'
+import random
+rnd = random.Random(3)
+w, h = 29, 13
+# smooth 12-bit ramps with noise, plus the extremes
+vals = [min(4095, max(0, (x * 140 + y * 90) % 4096 + rnd.randrange(-30, 30))) for y in range(h) for x in range(w)]
+vals[0], vals[1], vals[-1] = 0, 4095, 4095
+open("grey12.pgm", "wb").write(b"P5\n%d %d\n4095\n" % (w, h) + b"".join(v.to_bytes(2, "big") for v in vals))
+PY
+cat > samples.py <<'PY'
+import sys
+def read(path):
+    d = open(path, "rb").read()
+    fields, p = [], 2
+    while len(fields) < 3:
+        while d[p:p + 1].isspace(): p += 1
+        q = p
+        while d[q:q + 1].isdigit(): q += 1
+        fields.append(int(d[p:q])); p = q
+    body = d[p + 1:]
+    if fields[2] > 255:
+        return [int.from_bytes(body[i:i + 2], "big") for i in range(0, len(body), 2)]
+    return list(body)
+a, b, pt = read(sys.argv[1]), read(sys.argv[2]), int(sys.argv[3])
+want = [v >> pt << pt for v in a]
+if want != b:
+    sys.exit("%s and %s differ" % (sys.argv[1], sys.argv[2]))
+PY
+l=0
+for img in grey.pgm rgb8.ppm grey12.pgm grey16.pgm rgb16.ppm; do
+  ext=${img##*.}
+  for p in 1 2 3 4 5 6 7; do
+    l=$((l + 1))
+    "$tool" encode --lossless -p $p $img lossless$l.jpg
+    "$tool" decode lossless$l.jpg lback$l.$ext
+    python3 samples.py $img lback$l.$ext 0
+  done
+  for t in 1 3; do
+    l=$((l + 1))
+    "$tool" encode --lossless -p 6 -t $t $img lossless$l.jpg
+    "$tool" decode lossless$l.jpg lback$l.$ext
+    python3 samples.py $img lback$l.$ext $t
+  done
+done
+# 16-bit samples coded at precision 12 must fit; 4095 does, the 16-bit ramp does not.
+"$tool" encode --lossless -P 12 -p 4 grey12.pgm p12.jpg
+"$tool" decode p12.jpg p12.pgm
+python3 samples.py grey12.pgm p12.pgm 0
+set +e
+"$tool" encode --lossless -P 12 grey16.pgm x.jpg 2> err.txt
+rc=$?
+set -e
+[ $rc -eq 1 ] && grep -q "does not fit the precision" err.txt
+# The header says what was asked for: SOF3, precision, predictor, point transform.
+python3 - <<'PY'
+d = open("p12.jpg", "rb").read()
+i = d.index(b"\xff\xc3")
+assert d[i + 4] == 12 and d[i + 9] == 1, "frame header"
+j = d.index(b"\xff\xda")
+ns = d[j + 4]
+assert d[j + 5 + 2 * ns] == 4 and d[j + 7 + 2 * ns] == 0, "scan header"
+PY
+echo "lossless: $l files, every predictor, 8/12/16 bits and point transforms, exact"
+
 # Damaged files: exit 1 with a message, never a crash.
 cjpeg -quality 80 -sample 2x2 -restart 2 -scans sa.txt -outfile good.jpg rgb.ppm
 fails_cleanly() {
@@ -58,18 +127,20 @@ fails_cleanly() {
   set -e
   [ $rc -eq 0 ] || { [ $rc -eq 1 ] && grep -q "^zebjpeg: " err.txt; } || { echo "$1: exit $rc"; cat err.txt; exit 1; }
 }
+"$tool" encode --lossless -p 7 rgb16.ppm lgood.jpg
 python3 - <<'PY'
 import random
-data = bytearray(open("good.jpg", "rb").read())
-rnd = random.Random(7)
-for i in range(120):
-    d = bytearray(data)
-    for _ in range(rnd.randrange(1, 6)):
-        end = 700 if rnd.random() < 0.4 else len(d)
-        d[rnd.randrange(2, end)] = rnd.randrange(256)
-    if i % 3 == 0:
-        d = d[:rnd.randrange(2, len(d))]
-    open("fuzz%03d.jpg" % i, "wb").write(d)
+for name, seed in (("good.jpg", 7), ("lgood.jpg", 8)):
+    data = bytearray(open(name, "rb").read())
+    rnd = random.Random(seed)
+    for i in range(120):
+        d = bytearray(data)
+        for _ in range(rnd.randrange(1, 6)):
+            end = 700 if rnd.random() < 0.4 else len(d)
+            d[rnd.randrange(2, end)] = rnd.randrange(256)
+        if i % 3 == 0:
+            d = d[:rnd.randrange(2, len(d))]
+        open("fuzz_%s_%03d.jpg" % (name[0], i), "wb").write(d)
 PY
 for f in fuzz*.jpg; do fails_cleanly "$f"; done
 echo "zebjpeg progressive interop: all checks passed"
