@@ -177,13 +177,20 @@ TEST(JpegCodecFormat, ProcessesNotHandledYetAreNamed) {
     auto f = encode(px, 16, 16, 1);
     size_t sof = find(f, {0xFF, 0xC0});
     const std::pair<uint8_t, const char*> cases[] = {
-        {0xC2, "progressive JPEG is not supported yet"}, {0xC3, "lossless JPEG is not supported yet"},
+        {0xC6, "progressive JPEG is not supported yet"}, {0xC7, "lossless JPEG is not supported yet"},
         {0xC9, "arithmetic-coded"}, {0xC5, "hierarchical"}};
     for (auto [code, text] : cases) {
         auto g = f;
         g[sof + 1] = code;
         EXPECT_NE(outcome(g).find(std::string("unsupported: ") + text), std::string::npos) << outcome(g);
     }
+    // A sequential scan (0..63, no approximation) under a progressive or a
+    // lossless frame header is a bad scan of that process.
+    auto g2 = f;
+    g2[sof + 1] = 0xC2;
+    EXPECT_NE(outcome(g2).find("error: bad spectral selection"), std::string::npos) << outcome(g2);
+    g2[sof + 1] = 0xC3;
+    EXPECT_NE(outcome(g2).find("error: bad predictor"), std::string::npos) << outcome(g2);
     auto g = f;
     g[sof + 4] = 12;  // precision
     EXPECT_NE(outcome(g).find("unsupported: 12-bit"), std::string::npos) << outcome(g);
