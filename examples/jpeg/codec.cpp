@@ -454,6 +454,251 @@ void writeHuffman(ByteSink& out, int tableClass, int id, const HuffTable& t) {
     out.put(t.vals, size_t(t.count()));
 }
 
+
+// ---------------------------------------------------------------- progressive encoder
+
+// One scan of the script: components (frame indices), band and point
+// transform; ah 0 for a first scan, else the previous scan's al.
+struct ScanSpec {
+    int n;
+    int comp[3];
+    int ss, se, ah, al;
+};
+
+// The usual script: DC at half precision for all components, low luma
+// bands and the chroma at reduced precision, then the refinements.
+std::vector<ScanSpec> scanScript(int nc) {
+    if (nc == 1)
+        return {{1, {0}, 0, 0, 0, 1},  {1, {0}, 1, 5, 0, 2}, {1, {0}, 6, 63, 0, 2},
+                {1, {0}, 1, 63, 2, 1}, {1, {0}, 0, 0, 1, 0}, {1, {0}, 1, 63, 1, 0}};
+    return {{3, {0, 1, 2}, 0, 0, 0, 1}, {1, {0}, 1, 5, 0, 2},  {1, {2}, 1, 63, 0, 1}, {1, {1}, 1, 63, 0, 1},
+            {1, {0}, 6, 63, 0, 2},       {1, {0}, 1, 63, 2, 1}, {3, {0, 1, 2}, 0, 0, 1, 0},
+            {1, {2}, 1, 63, 1, 0},       {1, {1}, 1, 63, 1, 0}, {1, {0}, 1, 63, 1, 0}};
+}
+
+template <class ForEachBlock>
+std::vector<uint8_t> encodeProgressive(Frame& f, const QuantTables& q, int nTables, int ri, ForEachBlock& forEachBlock,
+                                       Raster* reconstruction) {
+    const size_t nc = f.comps.size();
+    // Every quantised block of the image, kept for all scans.
+    std::vector<std::vector<Zeb16s>> coefs(nc);
+    for (size_t i = 0; i < nc; ++i) coefs[i].assign(size_t(f.comps[i].blocksW) * size_t(f.comps[i].blocksH) * 64, 0);
+    forEachBlock([&](int, size_t ci, int px, int py, const Zeb16s* blk) {
+        const Component& c = f.comps[ci];
+        std::memcpy(&coefs[ci][(size_t(py / 8) * size_t(c.blocksW) + size_t(px / 8)) * 64], blk, 64 * sizeof(Zeb16s));
+    });
+
+    // Calls fn(mcu, index in scan, block) in the scan's block order.
+    auto walk = [&](const ScanSpec& sc, auto&& fn) {
+        if (sc.n == 1) {
+            const size_t ci = size_t(sc.comp[0]);
+            const Component& c = f.comps[ci];
+            const int bw = (c.validW + 7) / 8, bh = (c.validH + 7) / 8;
+            for (int by = 0; by < bh; ++by)
+                for (int bx = 0; bx < bw; ++bx)
+                    fn(by * bw + bx, 0, &coefs[ci][(size_t(by) * size_t(c.blocksW) + size_t(bx)) * 64]);
+            return;
+        }
+        for (int my = 0; my < f.mcusY; ++my)
+            for (int mx = 0; mx < f.mcusX; ++mx)
+                for (int i = 0; i < sc.n; ++i) {
+                    const size_t ci = size_t(sc.comp[i]);
+                    const Component& c = f.comps[ci];
+                    for (int by = 0; by < c.v; ++by)
+                        for (int bx = 0; bx < c.h; ++bx) {
+                            const size_t X = size_t(mx * c.h + bx), Y = size_t(my * c.v + by);
+                            fn(my * f.mcusX + mx, i, &coefs[ci][(Y * size_t(c.blocksW) + X) * 64]);
+                        }
+                }
+    };
+
+    ByteSink out(size_t(f.width) * size_t(f.height) / 2 + 1024);
+    out.put16(0xFFD8);
+    static const uint8_t jfif[] = {0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0x00, 0x01,
+                                   0x01, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00};
+    out.put(jfif, sizeof jfif);
+    for (int t = 0; t < nTables; ++t) {
+        out.put16(0xFFDB);
+        out.put16(2 + 65);
+        out.put(uint8_t(t));
+        out.put(q.raw[t], 64);
+    }
+    out.put16(0xFFC2);
+    out.put16(int(8 + 3 * nc));
+    out.put(8);
+    out.put16(f.height);
+    out.put16(f.width);
+    out.put(uint8_t(nc));
+    for (auto& c : f.comps) {
+        out.put(uint8_t(c.id));
+        out.put(uint8_t(c.h << 4 | c.v));
+        out.put(uint8_t(c.tq));
+    }
+    if (ri) {
+        out.put16(0xFFDD);
+        out.put16(4);
+        out.put16(ri);
+    }
+
+    auto state = std::unique_ptr<EncodeHuffmanState>(new EncodeHuffmanState);
+    auto specs = std::unique_ptr<EncodeHuffmanSpec[]>(new EncodeHuffmanSpec[2]);
+    constexpr size_t kWorstBlock = 2 * (16 + 11) * 64 / 8 + 32;
+    constexpr size_t kWorstRun = 16 + (937 + 64 + 7) / 8 * 2;  // a run's code and its correction bits, stuffed
+    for (const ScanSpec& sc : scanScript(int(nc))) {
+        const bool dc = sc.ss == 0, first = sc.ah == 0;
+        const int mcuBlocks = [&] {
+            int n = 0;
+            for (int i = 0; i < sc.n; ++i) n += sc.n == 1 ? 1 : f.comps[size_t(sc.comp[i])].h * f.comps[size_t(sc.comp[i])].v;
+            return n;
+        }();
+        // Optimal tables for the scan from a statistics pass that makes the
+        // encoder's decisions, restarts included. DC refinement needs none.
+        bool used[2] = {};
+        HuffTable tables[2];
+        if (!(dc && !first)) {
+            int32_t counts[2][256] = {};
+            Zeb16s lastDC[3] = {};
+            check(zebiEncodeHuffmanStateInit_JPEG_8u(state.get()), "Huffman state");
+            int prev = -1;
+            const int t0 = f.comps[size_t(sc.comp[0])].tq;
+            auto flushStats = [&] {
+                if (dc) return;
+                auto fn = first ? zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1
+                                : zebiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1;
+                check(fn(nullptr, counts[t0], sc.ss, sc.se, sc.al, state.get(), 1), "statistics");
+            };
+            walk(sc, [&](int mcu, int i, const Zeb16s* blk) {
+                if (mcu != prev && ri && mcu > 0 && mcu % ri == 0) {
+                    flushStats();
+                    lastDC[0] = lastDC[1] = lastDC[2] = 0;
+                }
+                prev = mcu;
+                const int t = f.comps[size_t(sc.comp[i])].tq;
+                used[t] = true;
+                if (dc)
+                    check(zebiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(blk, counts[t], &lastDC[i], sc.al),
+                          "statistics");
+                else if (first)
+                    check(zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(blk, counts[t], sc.ss, sc.se, sc.al,
+                                                                          state.get(), 0),
+                          "statistics");
+                else
+                    check(zebiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(blk, counts[t], sc.ss, sc.se, sc.al,
+                                                                           state.get(), 0),
+                          "statistics");
+            });
+            flushStats();
+            for (int t = 0; t < 2; ++t) {
+                if (!used[t]) continue;
+                check(zebiEncodeHuffmanRawTableInit_JPEG_8u(counts[t], tables[t].bits, tables[t].vals), "Huffman table");
+                check(zebiEncodeHuffmanSpecInit_JPEG_8u(tables[t].bits, tables[t].vals, &specs[size_t(t)]),
+                      "Huffman table");
+                writeHuffman(out, dc ? 0 : 1, t, tables[t]);
+            }
+        }
+        out.put16(0xFFDA);
+        out.put16(6 + 2 * sc.n);
+        out.put(uint8_t(sc.n));
+        for (int i = 0; i < sc.n; ++i) {
+            const Component& c = f.comps[size_t(sc.comp[i])];
+            out.put(uint8_t(c.id));
+            out.put(uint8_t(dc ? c.tq << 4 : c.tq));
+        }
+        out.put(uint8_t(sc.ss));
+        out.put(uint8_t(sc.se));
+        out.put(uint8_t(sc.ah << 4 | sc.al));
+
+        check(zebiEncodeHuffmanStateInit_JPEG_8u(state.get()), "Huffman state");
+        Zeb16s lastDC[3] = {};
+        int pos = int(out.size()), prev = -1, restarts = 0;
+        const EncodeHuffmanSpec* acSpec = &specs[size_t(f.comps[size_t(sc.comp[0])].tq)];
+        auto flush = [&] {
+            out.setSize(size_t(pos));
+            out.reserve(kWorstRun + 64);
+            Zeb8u* d = out.data();
+            const int len = int(out.capacity());
+            ZebStatus st;
+            if (dc && first)
+                st = zebiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(nullptr, d, len, &pos, nullptr, 0, nullptr, state.get(), 1);
+            else if (dc)
+                st = zebiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(nullptr, d, len, &pos, 0, state.get(), 1);
+            else if (first)
+                st = zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(nullptr, d, len, &pos, 0, 0, 0, acSpec, state.get(), 1);
+            else
+                st = zebiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(nullptr, d, len, &pos, 0, 0, 0, acSpec, state.get(), 1);
+            check(st, "flush");
+            out.setSize(size_t(pos));
+        };
+        walk(sc, [&](int mcu, int i, const Zeb16s* blk) {
+            if (mcu != prev) {
+                if (ri && mcu > 0 && mcu % ri == 0) {
+                    flush();
+                    out.put16(0xFFD0 + (restarts++ & 7));
+                    pos = int(out.size());
+                    lastDC[0] = lastDC[1] = lastDC[2] = 0;
+                }
+                prev = mcu;
+                out.setSize(size_t(pos));
+                out.reserve(kWorstBlock * size_t(mcuBlocks) + kWorstRun);
+                if (out.capacity() > size_t(INT32_MAX)) throw Error("output too large");
+            }
+            Zeb8u* d = out.data();
+            const int len = int(out.capacity());
+            const int t = f.comps[size_t(sc.comp[i])].tq;
+            ZebStatus st;
+            if (dc && first)
+                st = zebiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(blk, d, len, &pos, &lastDC[i], sc.al, &specs[size_t(t)],
+                                                                state.get(), 0);
+            else if (dc)
+                st = zebiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(blk, d, len, &pos, sc.al, state.get(), 0);
+            else if (first)
+                st = zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(blk, d, len, &pos, sc.ss, sc.se, sc.al, acSpec,
+                                                                state.get(), 0);
+            else
+                st = zebiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(blk, d, len, &pos, sc.ss, sc.se, sc.al, acSpec,
+                                                                 state.get(), 0);
+            check(st, "Huffman encoding");
+        });
+        flush();
+    }
+    out.put16(0xFFD9);
+
+    if (reconstruction) {
+        // The last scans leave every coefficient at full precision: the
+        // decoder's pixels are those of the quantised blocks.
+        Frame rec;
+        rec.width = f.width;
+        rec.height = f.height;
+        rec.comps.resize(nc);
+        for (size_t i = 0; i < nc; ++i) {
+            rec.comps[i].id = f.comps[i].id;
+            rec.comps[i].h = f.comps[i].h;
+            rec.comps[i].v = f.comps[i].v;
+            rec.comps[i].tq = f.comps[i].tq;
+        }
+        rec.layout();
+        alignas(64) Zeb16s blk[64];
+        for (size_t i = 0; i < nc; ++i) {
+            Component& c = rec.comps[i];
+            for (int by = 0; by < c.blocksH; ++by)
+                for (int bx = 0; bx < c.blocksW; ++bx) {
+                    std::memcpy(blk, &coefs[i][(size_t(by) * size_t(c.blocksW) + size_t(bx)) * 64], sizeof blk);
+                    inverseBlock(blk, blockEndOf(blk), c.plane.row(by * 8) + bx * 8, rec.step, q.inv[c.tq]);
+                }
+        }
+        const int channels = int(nc);
+        reconstruction->width = f.width;
+        reconstruction->height = f.height;
+        reconstruction->channels = channels;
+        reconstruction->bits = 8;
+        reconstruction->samples16.clear();
+        reconstruction->pixels.assign(size_t(f.width) * size_t(f.height) * size_t(channels), 0);
+        PlaneColourStage back;
+        back.inverse(rec, 0, f.height, reconstruction->pixels.data(), size_t(f.width) * size_t(channels));
+    }
+    return std::vector<uint8_t>(out.data(), out.data() + out.size());
+}
+
 }  // namespace
 
 // ================================================================ encoder
@@ -527,6 +772,8 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
                 }
         }
     };
+
+    if (opt.progressive) return encodeProgressive(f, *q, nTables, opt.restartInterval, forEachBlock, reconstruction);
 
     // Huffman tables: the standard ones, or optimal ones from the counts.
     HuffTable dcT[2], acT[2];
