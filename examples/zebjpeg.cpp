@@ -4,7 +4,7 @@
 //   zebjpeg encode [-q quality] [-s 444|422|420] [-r restart_mcus] [--optimize]
 //                  [--reconstruction recon.(pgm|ppm|png)] in.(pgm|ppm|png) out.jpg
 //   zebjpeg encode --progressive [-q quality] [-s 444|422|420] [-r restart_mcus] in out.jpg
-//   zebjpeg encode --lossless [-p predictor] [-t point_transform] [-P precision] in out.jpg
+//   zebjpeg encode --lossless [-p predictor] [-t point_transform] [-P precision] [-r restart_rows] in out.jpg
 //   zebjpeg decode in.jpg out.(pgm|ppm|png)
 //
 // Grey input gives a one-component file. 16-bit input is rounded to 8 bits.
@@ -29,7 +29,10 @@ int usage() {
     std::fprintf(stderr,
                  "usage: zebjpeg encode [-q quality] [-s 444|422|420] [-r restart_interval] [--optimize]\n"
                  "                      [--reconstruction recon.ppm] in.(ppm|pgm|png) out.jpg\n"
-                 "       zebjpeg encode --lossless [-p 1..7] [-t point_transform] [-P precision] in out.jpg\n"
+                 "       zebjpeg encode --progressive [-q quality] [-s 444|422|420] [-r restart_interval]\n"
+                 "                      [--reconstruction recon.ppm] in out.jpg\n"
+                 "       zebjpeg encode --lossless [-p 1..7] [-t point_transform] [-P precision]\n"
+                 "                      [-r restart_rows] in out.jpg\n"
                  "       zebjpeg decode in.jpg out.(ppm|pgm|png)\n");
     return 2;
 }
@@ -143,6 +146,7 @@ int main(int argc, char** argv) {
             zebex::Image img = zebex::readImage(files[0]);
             if (lossless) {
                 if (progressive || !recon.empty()) return usage();
+                lopt.restartRows = opt.restartInterval;
                 std::vector<uint16_t> wide;
                 if (img.bits == 8) {
                     wide.assign(img.data8.begin(), img.data8.end());

@@ -929,7 +929,10 @@ std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int 
     if (opt.predictor < 1 || opt.predictor > 7) throw Error("predictor must be 1..7");
     if (opt.pointTransform < 0 || opt.pointTransform >= opt.precision)
         throw Error("point transform must be 0..precision-1");
+    if (opt.restartRows < 0 || int64_t(opt.restartRows) * width > 65535)
+        throw Error("a restart interval holds at most 65535 samples");
     const int nc = channels, W = width, Pt = opt.pointTransform;
+    const int rr = opt.restartRows ? opt.restartRows : height;  // a restart starts over with the first-row rule
     const uint32_t limit = 1u << opt.precision;
 
     // Differences of the whole image, component by component, row by row:
@@ -945,7 +948,7 @@ std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int 
                 cur[size_t(x)] = Zeb16s(v >> Pt);
             }
             Zeb16s* d = &diff[(size_t(c) * size_t(height) + size_t(y)) * size_t(W)];
-            if (y == 0)
+            if (y % rr == 0)
                 check(zebiDiffPredFirstRow_JPEG_16s_C1(cur.data(), d, W, opt.precision, Pt), "prediction");
             else
                 check(zebiDiffPredRow_JPEG_16s_C1(cur.data(), prev.data(), d, W, opt.predictor), "prediction");
@@ -976,6 +979,11 @@ std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int 
         out.put(0);
     }
     for (int c = 0; c < nc; ++c) writeHuffman(out, 0, c, tables[c]);
+    if (opt.restartRows) {
+        out.put16(0xFFDD);
+        out.put16(4);
+        out.put16(opt.restartRows * W);
+    }
     out.put16(0xFFDA);
     out.put16(6 + 2 * nc);
     out.put(uint8_t(nc));
@@ -991,8 +999,18 @@ std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int 
     check(zebiEncodeHuffmanStateInit_JPEG_8u(&state), "Huffman state");
     const EncodeHuffmanSpec* sp[4] = {&specs[0], &specs[size_t(nc > 1)], &specs[size_t(nc > 2 ? 2 : 0)], &specs[0]};
     const size_t worstRow = size_t(W) * size_t(nc) * 8 + 64;  // 31 bits a sample, every byte stuffed
-    int pos = int(out.size());
+    int pos = int(out.size()), restarts = 0;
     for (int y = 0; y < height; ++y) {
+        if (y > 0 && y % rr == 0) {
+            out.setSize(size_t(pos));
+            out.reserve(64);
+            check(zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(nullptr, 0, 0, out.data(), int(out.capacity()), &pos, nullptr,
+                                                       &state, 1),
+                  "flush");
+            out.setSize(size_t(pos));
+            out.put16(0xFFD0 + (restarts++ & 7));
+            pos = int(out.size());
+        }
         const Zeb16s* rows[4];
         for (int c = 0; c < 4; ++c)
             rows[c] = &diff[(size_t(c < nc ? c : 0) * size_t(height) + size_t(y)) * size_t(W)];

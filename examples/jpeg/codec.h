@@ -51,6 +51,7 @@ struct LosslessOptions {
     int precision = 8;       // bits per sample, 2..16
     int predictor = 1;       // 1..7
     int pointTransform = 0;  // low bits dropped before coding, 0..precision-1
+    int restartRows = 0;     // rows per restart interval (width * rows at most 65535), 0: none
 };
 
 // Encodes width x height samples below 1 << precision (channels 1 or 3,
