@@ -159,6 +159,30 @@ struct Plane {
     }
 };
 
+// Zeroed coefficient blocks of one component, from the same per-thread pool
+// as the planes (a large progressive image would otherwise fault in fresh
+// pages on every decode).
+struct CoefficientStore {
+    uint8_t* storage = nullptr;
+    size_t bytes = 0;
+
+    CoefficientStore() = default;
+    CoefficientStore(CoefficientStore&& o) noexcept { std::swap(storage, o.storage), std::swap(bytes, o.bytes); }
+    CoefficientStore& operator=(CoefficientStore&& o) noexcept {
+        std::swap(storage, o.storage), std::swap(bytes, o.bytes);
+        return *this;
+    }
+    ~CoefficientStore() { pool().give(storage, bytes); }
+    void allocate(size_t count) {
+        pool().give(storage, bytes);
+        bytes = count * sizeof(Zeb16s);
+        storage = pool().take(bytes);
+        if (!storage) throw Error("out of memory");
+        std::memset(storage, 0, count * sizeof(Zeb16s));
+    }
+    Zeb16s* data() const { return reinterpret_cast<Zeb16s*>(storage); }
+};
+
 // ---------------------------------------------------------------- frame geometry
 
 struct Component {
@@ -1086,7 +1110,7 @@ public:
             return;
         }
         if (progressive_) inverseAll();
-        colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
+        if (rowsDone_ < frame_.height) colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
     }
 
 private:
@@ -1227,7 +1251,7 @@ private:
         if (progressive_) {
             coefs_.resize(frame_.comps.size());
             for (size_t i = 0; i < frame_.comps.size(); ++i)
-                coefs_[i].assign(size_t(frame_.comps[i].blocksW) * size_t(frame_.comps[i].blocksH) * 64, 0);
+                coefs_[i].allocate(size_t(frame_.comps[i].blocksW) * size_t(frame_.comps[i].blocksH) * 64);
         }
         out_->width = frame_.width;
         out_->height = frame_.height;
@@ -1485,17 +1509,30 @@ private:
         }
     }
 
-    // The inverse transform of every stored block of a progressive frame.
+    // The inverse transform of every stored block of a progressive frame,
+    // one MCU row at a time, each row turned into pixels one MCU row later
+    // (chroma halved vertically reads one row of the next) while its
+    // samples are still in cache.
     void inverseAll() {
         alignas(64) Zeb16s blk[64];
-        for (size_t i = 0; i < frame_.comps.size(); ++i) {
-            Component& c = frame_.comps[i];
-            const Zeb16s* src = coefs_[i].data();
-            for (int by = 0; by < c.blocksH; ++by)
-                for (int bx = 0; bx < c.blocksW; ++bx, src += 64) {
-                    std::memcpy(blk, src, sizeof blk);
-                    inverseBlock(blk, blockEndOf(blk), c.plane.row(by * 8) + bx * 8, frame_.step, inv_[c.tq]);
+        const int mcuH = frame_.vmax * 8;
+        for (int my = 0; my < frame_.mcusY; ++my) {
+            for (size_t i = 0; i < frame_.comps.size(); ++i) {
+                Component& c = frame_.comps[i];
+                for (int by = my * c.v; by < (my + 1) * c.v; ++by) {
+                    const Zeb16s* src = coefs_[i].data() + size_t(by) * size_t(c.blocksW) * 64;
+                    uint8_t* row = c.plane.row(by * 8);
+                    for (int bx = 0; bx < c.blocksW; ++bx, src += 64) {
+                        std::memcpy(blk, src, sizeof blk);
+                        inverseBlock(blk, blockEndOf(blk), row + bx * 8, frame_.step, inv_[c.tq]);
+                    }
                 }
+            }
+            if (my > 0) {
+                const int end = std::min(my * mcuH, frame_.height);
+                colour_.inverse(frame_, rowsDone_, end, out_->pixels.data(), rowStride());
+                rowsDone_ = end;
+            }
         }
     }
 
@@ -1524,7 +1561,7 @@ private:
     int precision_ = 8;
     std::vector<std::vector<Zeb16s>> samples_;  // lossless: samples per component, before the point transform
     std::vector<int> pointTransform_;
-    std::vector<std::vector<Zeb16s>> coefs_;  // progressive: quantised blocks per component, row by row
+    std::vector<CoefficientStore> coefs_;  // progressive: quantised blocks per component, row by row
     std::vector<bool> decoded_;
     int restartInterval_ = 0;
     alignas(64) Zeb16u inv_[4][64] = {};
