@@ -398,6 +398,21 @@ inline int category(int v) {
     return a == 0 ? 0 : 32 - __builtin_clz(a);
 }
 
+// The member choice of blockEndOf() from a scan of the block in natural
+// order, eight bytes at a time: 1 (DC only), 3, 10 or 64.
+inline int blockEndClass(const Zeb16s* blk) {
+    uint64_t w[16];
+    std::memcpy(w, blk, sizeof w);
+    // Anything outside the top-left 4x4 (words 1, 3, 5, 7: columns 4..7 of
+    // rows 0..3; words 8..15: rows 4..7) or at zigzag 10 and above inside it.
+    uint64_t far = w[1] | w[3] | w[5] | w[7];
+    for (int i = 8; i < 16; ++i) far |= w[i];
+    if (far | uint64_t(blk[11] | blk[18] | blk[19] | blk[25] | blk[26] | blk[27])) return 64;
+    if (blk[2] | blk[3] | blk[9] | blk[10] | blk[16] | blk[17] | blk[24]) return 10;
+    if (blk[1] | blk[8]) return 3;
+    return 1;
+}
+
 // Symbol counts of one block, as the block coder will emit them.
 void countBlock(const Zeb16s* blk, int& lastDC, int32_t* dcCounts, int32_t* acCounts) {
     int diff = blk[0] - lastDC;
@@ -1514,7 +1529,6 @@ private:
     // (chroma halved vertically reads one row of the next) while its
     // samples are still in cache.
     void inverseAll() {
-        alignas(64) Zeb16s blk[64];
         const int mcuH = frame_.vmax * 8;
         for (int my = 0; my < frame_.mcusY; ++my) {
             for (size_t i = 0; i < frame_.comps.size(); ++i) {
@@ -1522,10 +1536,8 @@ private:
                 for (int by = my * c.v; by < (my + 1) * c.v; ++by) {
                     const Zeb16s* src = coefs_[i].data() + size_t(by) * size_t(c.blocksW) * 64;
                     uint8_t* row = c.plane.row(by * 8);
-                    for (int bx = 0; bx < c.blocksW; ++bx, src += 64) {
-                        std::memcpy(blk, src, sizeof blk);
-                        inverseBlock(blk, blockEndOf(blk), row + bx * 8, frame_.step, inv_[c.tq]);
-                    }
+                    for (int bx = 0; bx < c.blocksW; ++bx, src += 64)
+                        inverseBlock(src, blockEndClass(src), row + bx * 8, frame_.step, inv_[c.tq]);
                 }
             }
             if (my > 0) {
