@@ -1401,16 +1401,47 @@ private:
         zebiDecodeHuffmanStateInit_JPEG_8u(&state);
         int marker = 0, srcPos = int(pos_), restarts = 0;
         Zeb16s lastDC[4] = {};
-        const int total = mcusX * mcusY;
-        for (int m = 0; m < total; ++m) {
-            if (restartInterval_ && m > 0 && m % restartInterval_ == 0) {
-                if (marker == 0) marker = findMarker(srcPos);
-                if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
-                ++restarts;
-                marker = 0;
-                zebiDecodeHuffmanStateInit_JPEG_8u(&state);
-                lastDC[0] = lastDC[1] = lastDC[2] = lastDC[3] = 0;
+        auto restart = [&] {
+            if (marker == 0) marker = findMarker(srcPos);
+            if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
+            ++restarts;
+            marker = 0;
+            zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+            lastDC[0] = lastDC[1] = lastDC[2] = lastDC[3] = 0;
+        };
+        auto fail = [](ZebStatus s) {
+            if (s == zebStatusJpegBufferEnd) throw Error("file ends inside the image data");
+            throw Error("corrupt image data (block decoder status " + std::to_string(s) + ")");
+        };
+        if (!dc) {
+            // An AC scan has one component and one block per MCU: a tight
+            // walk over its block rows, the restart found by a countdown.
+            Zeb16s* base = coefs_[size_t(ci[0])].data();
+            const DecodeHuffmanSpec* spec = &acSpec_[ta[0]];
+            const size_t rowBlocks = size_t(sc[0]->blocksW);
+            int untilRestart = restartInterval_;
+            for (int by = 0; by < mcusY; ++by) {
+                Zeb16s* blk = base + size_t(by) * rowBlocks * 64;
+                for (int bx = 0; bx < mcusX; ++bx, blk += 64) {
+                    if (restartInterval_) {
+                        if (untilRestart == 0) {
+                            restart();
+                            untilRestart = restartInterval_;
+                        }
+                        --untilRestart;
+                    }
+                    const ZebStatus s =
+                        ah == 0 ? zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss,
+                                                                             se, al, spec, &state)
+                                : zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss,
+                                                                              se, al, spec, &state);
+                    if (s != zebStatusOk) fail(s);
+                }
             }
+        }
+        const int total = dc ? mcusX * mcusY : 0;
+        for (int m = 0; m < total; ++m) {
+            if (restartInterval_ && m > 0 && m % restartInterval_ == 0) restart();
             const int mx = m % mcusX, my = m / mcusX;
             for (int i = 0; i < ns; ++i) {
                 Component& c = *sc[i];
@@ -1421,22 +1452,13 @@ private:
                         const int bX = mx * bw + bx, bY = my * bh + by;
                         Zeb16s* blk = base + (size_t(bY) * size_t(c.blocksW) + size_t(bX)) * 64;
                         ZebStatus s;
-                        if (dc && ah == 0)
+                        if (ah == 0)
                             s = zebiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &lastDC[i],
                                                                            &marker, al, &dcSpec_[td[i]], &state);
-                        else if (dc)
+                        else
                             s = zebiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, al,
                                                                             &state);
-                        else if (ah == 0)
-                            s = zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss, se,
-                                                                           al, &acSpec_[ta[i]], &state);
-                        else
-                            s = zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss,
-                                                                            se, al, &acSpec_[ta[i]], &state);
-                        if (s != zebStatusOk) {
-                            if (s == zebStatusJpegBufferEnd) throw Error("file ends inside the image data");
-                            throw Error("corrupt image data (block decoder status " + std::to_string(s) + ")");
-                        }
+                        if (s != zebStatusOk) fail(s);
                     }
             }
         }
