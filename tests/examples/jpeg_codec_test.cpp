@@ -383,6 +383,22 @@ TEST(JpegCodecLossless, EveryPredictorAndPrecisionGivesTheInputBack) {
                 }
 }
 
+TEST(JpegCodecLossless, SingleRowsAndColumns) {
+    // Width 1 predicts every sample from above; height 1 only from the left.
+    unsigned seed = 300;
+    for (auto [w, h] : {std::pair{1, 1}, {1, 6}, {6, 1}})
+        for (int ch : {1, 3})
+            for (int predictor = 1; predictor <= 7; ++predictor) {
+                auto in = randomSamples(w, h, ch, 16, seed++);
+                zebjpeg::LosslessOptions o;
+                o.precision = 16;
+                o.predictor = predictor;
+                auto f = zebjpeg::encodeLossless(in.data(), size_t(w) * ch, w, h, ch, o);
+                int bits = 0;
+                ASSERT_EQ(decodeSamples(f, bits), in) << w << "x" << h << " ch " << ch << " predictor " << predictor;
+            }
+}
+
 TEST(JpegCodecLossless, HeadersCarryPrecisionPredictorAndPointTransform) {
     auto in = randomSamples(5, 4, 3, 12, 7);
     zebjpeg::LosslessOptions o;
