@@ -4,6 +4,9 @@
 // 4:2:0 and 4:4:4. Anchor in the same run: libjpeg-turbo's in-memory
 // compress and decompress of the same pixels at the same quality and
 // sampling (its default integer DCT and standard Huffman tables, as ours).
+// Progressive: both decoders read the same file, libjpeg-turbo's in-memory
+// progressive encode (its default scan script, optimal tables); our
+// progressive encode is timed beside it.
 // Throughput is in pixels per second; "bytes" is the compressed size.
 #include <benchmark/benchmark.h>
 
@@ -97,7 +100,7 @@ void BM_Zeb_Decode(benchmark::State& st) {
 }
 
 #ifdef ZEB_HAVE_JPEG
-std::vector<uint8_t> turboEncode(const Picture& p, int quality, int samp) {
+std::vector<uint8_t> turboEncode(const Picture& p, int quality, int samp, bool progressive = false) {
     jpeg_compress_struct c;
     jpeg_error_mgr err;
     c.err = jpeg_std_error(&err);
@@ -112,6 +115,7 @@ std::vector<uint8_t> turboEncode(const Picture& p, int quality, int samp) {
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, quality, TRUE);
     c.comp_info[0].h_samp_factor = c.comp_info[0].v_samp_factor = samp == 444 ? 1 : 2;
+    if (progressive) jpeg_simple_progression(&c);
     jpeg_start_compress(&c, TRUE);
     while (c.next_scanline < c.image_height) {
         JSAMPROW row = const_cast<JSAMPROW>(&p.rgb[size_t(c.next_scanline) * p.w * 3]);
@@ -135,9 +139,9 @@ void BM_Turbo_Encode(benchmark::State& st) {
     setLabel(st, p, bytes);
 }
 
-void BM_Turbo_Decode(benchmark::State& st) {
+void turboDecode(benchmark::State& st, bool progressive) {
     const Picture& p = picture(int(st.range(0)));
-    auto file = turboEncode(p, int(st.range(1)), int(st.range(2)));
+    auto file = turboEncode(p, int(st.range(1)), int(st.range(2)), progressive);
     std::vector<uint8_t> pixels(size_t(p.w) * p.h * 3);
     for (auto _ : st) {
         jpeg_decompress_struct d;
@@ -158,7 +162,59 @@ void BM_Turbo_Decode(benchmark::State& st) {
     }
     setLabel(st, p, file.size());
 }
+
+void BM_Turbo_Decode(benchmark::State& st) { turboDecode(st, false); }
+void BM_Turbo_DecodeProgressive(benchmark::State& st) { turboDecode(st, true); }
+
+// Our decode of libjpeg-turbo's progressive file.
+void BM_Zeb_DecodeProgressive(benchmark::State& st) {
+    zebcoreSetNumThreads(1);
+    const Picture& p = picture(int(st.range(0)));
+    auto file = turboEncode(p, int(st.range(1)), int(st.range(2)), true);
+    zebjpeg::Raster r;
+    for (auto _ : st) {
+        zebjpeg::decode(file.data(), file.size(), r);
+        benchmark::DoNotOptimize(r.pixels.data());
+    }
+    setLabel(st, p, file.size());
+    zebcoreSetNumThreads(0);
+}
+
+void BM_Turbo_EncodeProgressive(benchmark::State& st) {
+    const Picture& p = picture(int(st.range(0)));
+    size_t bytes = 0;
+    for (auto _ : st) {
+        auto out = turboEncode(p, int(st.range(1)), int(st.range(2)), true);
+        bytes = out.size();
+        benchmark::DoNotOptimize(out.data());
+    }
+    setLabel(st, p, bytes);
+}
 #endif
+
+void BM_Zeb_EncodeProgressive(benchmark::State& st) {
+    zebcoreSetNumThreads(1);
+    const Picture& p = picture(int(st.range(0)));
+    zebjpeg::EncodeOptions opt;
+    opt.quality = int(st.range(1));
+    opt.sampling = sampling(int(st.range(2)));
+    opt.progressive = true;
+    size_t bytes = 0;
+    for (auto _ : st) {
+        auto out = zebjpeg::encode(p.rgb.data(), size_t(p.w) * 3, p.w, p.h, 3, opt);
+        bytes = out.size();
+        benchmark::DoNotOptimize(out.data());
+    }
+    setLabel(st, p, bytes);
+    zebcoreSetNumThreads(0);
+}
+
+void progressiveCases(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"img", "q", "samp"});
+    for (int img : {0, 1})
+        for (int q : {75, 90}) b->Args({img, q, 420});
+    b->Unit(benchmark::kMillisecond);
+}
 
 void cases(benchmark::internal::Benchmark* b) {
     b->ArgNames({"img", "q", "samp"});
@@ -176,6 +232,12 @@ BENCHMARK(BM_Zeb_Decode)->Apply(cases);
 #ifdef ZEB_HAVE_JPEG
 BENCHMARK(BM_Turbo_Decode)->Apply(cases);
 #endif
+#ifdef ZEB_HAVE_JPEG
+BENCHMARK(BM_Zeb_DecodeProgressive)->Apply(progressiveCases);
+BENCHMARK(BM_Turbo_DecodeProgressive)->Apply(progressiveCases);
+BENCHMARK(BM_Turbo_EncodeProgressive)->Apply(progressiveCases);
+#endif
+BENCHMARK(BM_Zeb_EncodeProgressive)->Apply(progressiveCases);
 
 #endif  // ZEB_HAVE_CODEC
 

@@ -159,6 +159,30 @@ struct Plane {
     }
 };
 
+// Zeroed coefficient blocks of one component, from the same per-thread pool
+// as the planes (a large progressive image would otherwise fault in fresh
+// pages on every decode).
+struct CoefficientStore {
+    uint8_t* storage = nullptr;
+    size_t bytes = 0;
+
+    CoefficientStore() = default;
+    CoefficientStore(CoefficientStore&& o) noexcept { std::swap(storage, o.storage), std::swap(bytes, o.bytes); }
+    CoefficientStore& operator=(CoefficientStore&& o) noexcept {
+        std::swap(storage, o.storage), std::swap(bytes, o.bytes);
+        return *this;
+    }
+    ~CoefficientStore() { pool().give(storage, bytes); }
+    void allocate(size_t count) {
+        pool().give(storage, bytes);
+        bytes = count * sizeof(Zeb16s);
+        storage = pool().take(bytes);
+        if (!storage) throw Error("out of memory");
+        std::memset(storage, 0, count * sizeof(Zeb16s));
+    }
+    Zeb16s* data() const { return reinterpret_cast<Zeb16s*>(storage); }
+};
+
 // ---------------------------------------------------------------- frame geometry
 
 struct Component {
@@ -374,6 +398,21 @@ inline int category(int v) {
     return a == 0 ? 0 : 32 - __builtin_clz(a);
 }
 
+// The member choice of blockEndOf() from a scan of the block in natural
+// order, eight bytes at a time: 1 (DC only), 3, 10 or 64.
+inline int blockEndClass(const Zeb16s* blk) {
+    uint64_t w[16];
+    std::memcpy(w, blk, sizeof w);
+    // Anything outside the top-left 4x4 (words 1, 3, 5, 7: columns 4..7 of
+    // rows 0..3; words 8..15: rows 4..7) or at zigzag 10 and above inside it.
+    uint64_t far = w[1] | w[3] | w[5] | w[7];
+    for (int i = 8; i < 16; ++i) far |= w[i];
+    if (far | uint64_t(blk[11] | blk[18] | blk[19] | blk[25] | blk[26] | blk[27])) return 64;
+    if (blk[2] | blk[3] | blk[9] | blk[10] | blk[16] | blk[17] | blk[24]) return 10;
+    if (blk[1] | blk[8]) return 3;
+    return 1;
+}
+
 // Symbol counts of one block, as the block coder will emit them.
 void countBlock(const Zeb16s* blk, int& lastDC, int32_t* dcCounts, int32_t* acCounts) {
     int diff = blk[0] - lastDC;
@@ -454,6 +493,251 @@ void writeHuffman(ByteSink& out, int tableClass, int id, const HuffTable& t) {
     out.put(t.vals, size_t(t.count()));
 }
 
+
+// ---------------------------------------------------------------- progressive encoder
+
+// One scan of the script: components (frame indices), band and point
+// transform; ah 0 for a first scan, else the previous scan's al.
+struct ScanSpec {
+    int n;
+    int comp[3];
+    int ss, se, ah, al;
+};
+
+// The usual script: DC at half precision for all components, low luma
+// bands and the chroma at reduced precision, then the refinements.
+std::vector<ScanSpec> scanScript(int nc) {
+    if (nc == 1)
+        return {{1, {0}, 0, 0, 0, 1},  {1, {0}, 1, 5, 0, 2}, {1, {0}, 6, 63, 0, 2},
+                {1, {0}, 1, 63, 2, 1}, {1, {0}, 0, 0, 1, 0}, {1, {0}, 1, 63, 1, 0}};
+    return {{3, {0, 1, 2}, 0, 0, 0, 1}, {1, {0}, 1, 5, 0, 2},  {1, {2}, 1, 63, 0, 1}, {1, {1}, 1, 63, 0, 1},
+            {1, {0}, 6, 63, 0, 2},       {1, {0}, 1, 63, 2, 1}, {3, {0, 1, 2}, 0, 0, 1, 0},
+            {1, {2}, 1, 63, 1, 0},       {1, {1}, 1, 63, 1, 0}, {1, {0}, 1, 63, 1, 0}};
+}
+
+template <class ForEachBlock>
+std::vector<uint8_t> encodeProgressive(Frame& f, const QuantTables& q, int nTables, int ri, ForEachBlock& forEachBlock,
+                                       Raster* reconstruction) {
+    const size_t nc = f.comps.size();
+    // Every quantised block of the image, kept for all scans.
+    std::vector<std::vector<Zeb16s>> coefs(nc);
+    for (size_t i = 0; i < nc; ++i) coefs[i].assign(size_t(f.comps[i].blocksW) * size_t(f.comps[i].blocksH) * 64, 0);
+    forEachBlock([&](int, size_t ci, int px, int py, const Zeb16s* blk) {
+        const Component& c = f.comps[ci];
+        std::memcpy(&coefs[ci][(size_t(py / 8) * size_t(c.blocksW) + size_t(px / 8)) * 64], blk, 64 * sizeof(Zeb16s));
+    });
+
+    // Calls fn(mcu, index in scan, block) in the scan's block order.
+    auto walk = [&](const ScanSpec& sc, auto&& fn) {
+        if (sc.n == 1) {
+            const size_t ci = size_t(sc.comp[0]);
+            const Component& c = f.comps[ci];
+            const int bw = (c.validW + 7) / 8, bh = (c.validH + 7) / 8;
+            for (int by = 0; by < bh; ++by)
+                for (int bx = 0; bx < bw; ++bx)
+                    fn(by * bw + bx, 0, &coefs[ci][(size_t(by) * size_t(c.blocksW) + size_t(bx)) * 64]);
+            return;
+        }
+        for (int my = 0; my < f.mcusY; ++my)
+            for (int mx = 0; mx < f.mcusX; ++mx)
+                for (int i = 0; i < sc.n; ++i) {
+                    const size_t ci = size_t(sc.comp[i]);
+                    const Component& c = f.comps[ci];
+                    for (int by = 0; by < c.v; ++by)
+                        for (int bx = 0; bx < c.h; ++bx) {
+                            const size_t X = size_t(mx * c.h + bx), Y = size_t(my * c.v + by);
+                            fn(my * f.mcusX + mx, i, &coefs[ci][(Y * size_t(c.blocksW) + X) * 64]);
+                        }
+                }
+    };
+
+    ByteSink out(size_t(f.width) * size_t(f.height) / 2 + 1024);
+    out.put16(0xFFD8);
+    static const uint8_t jfif[] = {0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0x00, 0x01,
+                                   0x01, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00};
+    out.put(jfif, sizeof jfif);
+    for (int t = 0; t < nTables; ++t) {
+        out.put16(0xFFDB);
+        out.put16(2 + 65);
+        out.put(uint8_t(t));
+        out.put(q.raw[t], 64);
+    }
+    out.put16(0xFFC2);
+    out.put16(int(8 + 3 * nc));
+    out.put(8);
+    out.put16(f.height);
+    out.put16(f.width);
+    out.put(uint8_t(nc));
+    for (auto& c : f.comps) {
+        out.put(uint8_t(c.id));
+        out.put(uint8_t(c.h << 4 | c.v));
+        out.put(uint8_t(c.tq));
+    }
+    if (ri) {
+        out.put16(0xFFDD);
+        out.put16(4);
+        out.put16(ri);
+    }
+
+    auto state = std::unique_ptr<EncodeHuffmanState>(new EncodeHuffmanState);
+    auto specs = std::unique_ptr<EncodeHuffmanSpec[]>(new EncodeHuffmanSpec[2]);
+    constexpr size_t kWorstBlock = 2 * (16 + 11) * 64 / 8 + 32;
+    constexpr size_t kWorstRun = 16 + (937 + 64 + 7) / 8 * 2;  // a run's code and its correction bits, stuffed
+    for (const ScanSpec& sc : scanScript(int(nc))) {
+        const bool dc = sc.ss == 0, first = sc.ah == 0;
+        const int mcuBlocks = [&] {
+            int n = 0;
+            for (int i = 0; i < sc.n; ++i) n += sc.n == 1 ? 1 : f.comps[size_t(sc.comp[i])].h * f.comps[size_t(sc.comp[i])].v;
+            return n;
+        }();
+        // Optimal tables for the scan from a statistics pass that makes the
+        // encoder's decisions, restarts included. DC refinement needs none.
+        bool used[2] = {};
+        HuffTable tables[2];
+        if (!(dc && !first)) {
+            int32_t counts[2][256] = {};
+            Zeb16s lastDC[3] = {};
+            check(zebiEncodeHuffmanStateInit_JPEG_8u(state.get()), "Huffman state");
+            int prev = -1;
+            const int t0 = f.comps[size_t(sc.comp[0])].tq;
+            auto flushStats = [&] {
+                if (dc) return;
+                auto fn = first ? zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1
+                                : zebiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1;
+                check(fn(nullptr, counts[t0], sc.ss, sc.se, sc.al, state.get(), 1), "statistics");
+            };
+            walk(sc, [&](int mcu, int i, const Zeb16s* blk) {
+                if (mcu != prev && ri && mcu > 0 && mcu % ri == 0) {
+                    flushStats();
+                    lastDC[0] = lastDC[1] = lastDC[2] = 0;
+                }
+                prev = mcu;
+                const int t = f.comps[size_t(sc.comp[i])].tq;
+                used[t] = true;
+                if (dc)
+                    check(zebiGetHuffmanStatistics8x8_DCFirst_JPEG_16s_C1(blk, counts[t], &lastDC[i], sc.al),
+                          "statistics");
+                else if (first)
+                    check(zebiGetHuffmanStatistics8x8_ACFirst_JPEG_16s_C1(blk, counts[t], sc.ss, sc.se, sc.al,
+                                                                          state.get(), 0),
+                          "statistics");
+                else
+                    check(zebiGetHuffmanStatistics8x8_ACRefine_JPEG_16s_C1(blk, counts[t], sc.ss, sc.se, sc.al,
+                                                                           state.get(), 0),
+                          "statistics");
+            });
+            flushStats();
+            for (int t = 0; t < 2; ++t) {
+                if (!used[t]) continue;
+                check(zebiEncodeHuffmanRawTableInit_JPEG_8u(counts[t], tables[t].bits, tables[t].vals), "Huffman table");
+                check(zebiEncodeHuffmanSpecInit_JPEG_8u(tables[t].bits, tables[t].vals, &specs[size_t(t)]),
+                      "Huffman table");
+                writeHuffman(out, dc ? 0 : 1, t, tables[t]);
+            }
+        }
+        out.put16(0xFFDA);
+        out.put16(6 + 2 * sc.n);
+        out.put(uint8_t(sc.n));
+        for (int i = 0; i < sc.n; ++i) {
+            const Component& c = f.comps[size_t(sc.comp[i])];
+            out.put(uint8_t(c.id));
+            out.put(uint8_t(dc ? c.tq << 4 : c.tq));
+        }
+        out.put(uint8_t(sc.ss));
+        out.put(uint8_t(sc.se));
+        out.put(uint8_t(sc.ah << 4 | sc.al));
+
+        check(zebiEncodeHuffmanStateInit_JPEG_8u(state.get()), "Huffman state");
+        Zeb16s lastDC[3] = {};
+        int pos = int(out.size()), prev = -1, restarts = 0;
+        const EncodeHuffmanSpec* acSpec = &specs[size_t(f.comps[size_t(sc.comp[0])].tq)];
+        auto flush = [&] {
+            out.setSize(size_t(pos));
+            out.reserve(kWorstRun + 64);
+            Zeb8u* d = out.data();
+            const int len = int(out.capacity());
+            ZebStatus st;
+            if (dc && first)
+                st = zebiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(nullptr, d, len, &pos, nullptr, 0, nullptr, state.get(), 1);
+            else if (dc)
+                st = zebiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(nullptr, d, len, &pos, 0, state.get(), 1);
+            else if (first)
+                st = zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(nullptr, d, len, &pos, 0, 0, 0, acSpec, state.get(), 1);
+            else
+                st = zebiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(nullptr, d, len, &pos, 0, 0, 0, acSpec, state.get(), 1);
+            check(st, "flush");
+            out.setSize(size_t(pos));
+        };
+        walk(sc, [&](int mcu, int i, const Zeb16s* blk) {
+            if (mcu != prev) {
+                if (ri && mcu > 0 && mcu % ri == 0) {
+                    flush();
+                    out.put16(0xFFD0 + (restarts++ & 7));
+                    pos = int(out.size());
+                    lastDC[0] = lastDC[1] = lastDC[2] = 0;
+                }
+                prev = mcu;
+                out.setSize(size_t(pos));
+                out.reserve(kWorstBlock * size_t(mcuBlocks) + kWorstRun);
+                if (out.capacity() > size_t(INT32_MAX)) throw Error("output too large");
+            }
+            Zeb8u* d = out.data();
+            const int len = int(out.capacity());
+            const int t = f.comps[size_t(sc.comp[i])].tq;
+            ZebStatus st;
+            if (dc && first)
+                st = zebiEncodeHuffman8x8_DCFirst_JPEG_16s1u_C1(blk, d, len, &pos, &lastDC[i], sc.al, &specs[size_t(t)],
+                                                                state.get(), 0);
+            else if (dc)
+                st = zebiEncodeHuffman8x8_DCRefine_JPEG_16s1u_C1(blk, d, len, &pos, sc.al, state.get(), 0);
+            else if (first)
+                st = zebiEncodeHuffman8x8_ACFirst_JPEG_16s1u_C1(blk, d, len, &pos, sc.ss, sc.se, sc.al, acSpec,
+                                                                state.get(), 0);
+            else
+                st = zebiEncodeHuffman8x8_ACRefine_JPEG_16s1u_C1(blk, d, len, &pos, sc.ss, sc.se, sc.al, acSpec,
+                                                                 state.get(), 0);
+            check(st, "Huffman encoding");
+        });
+        flush();
+    }
+    out.put16(0xFFD9);
+
+    if (reconstruction) {
+        // The last scans leave every coefficient at full precision: the
+        // decoder's pixels are those of the quantised blocks.
+        Frame rec;
+        rec.width = f.width;
+        rec.height = f.height;
+        rec.comps.resize(nc);
+        for (size_t i = 0; i < nc; ++i) {
+            rec.comps[i].id = f.comps[i].id;
+            rec.comps[i].h = f.comps[i].h;
+            rec.comps[i].v = f.comps[i].v;
+            rec.comps[i].tq = f.comps[i].tq;
+        }
+        rec.layout();
+        alignas(64) Zeb16s blk[64];
+        for (size_t i = 0; i < nc; ++i) {
+            Component& c = rec.comps[i];
+            for (int by = 0; by < c.blocksH; ++by)
+                for (int bx = 0; bx < c.blocksW; ++bx) {
+                    std::memcpy(blk, &coefs[i][(size_t(by) * size_t(c.blocksW) + size_t(bx)) * 64], sizeof blk);
+                    inverseBlock(blk, blockEndOf(blk), c.plane.row(by * 8) + bx * 8, rec.step, q.inv[c.tq]);
+                }
+        }
+        const int channels = int(nc);
+        reconstruction->width = f.width;
+        reconstruction->height = f.height;
+        reconstruction->channels = channels;
+        reconstruction->bits = 8;
+        reconstruction->samples16.clear();
+        reconstruction->pixels.assign(size_t(f.width) * size_t(f.height) * size_t(channels), 0);
+        PlaneColourStage back;
+        back.inverse(rec, 0, f.height, reconstruction->pixels.data(), size_t(f.width) * size_t(channels));
+    }
+    return std::vector<uint8_t>(out.data(), out.data() + out.size());
+}
+
 }  // namespace
 
 // ================================================================ encoder
@@ -527,6 +811,8 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
                 }
         }
     };
+
+    if (opt.progressive) return encodeProgressive(f, *q, nTables, opt.restartInterval, forEachBlock, reconstruction);
 
     // Huffman tables: the standard ones, or optimal ones from the counts.
     HuffTable dcT[2], acT[2];
@@ -671,6 +957,117 @@ std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int
     return std::vector<uint8_t>(out.data(), out.data() + out.size());
 }
 
+// ================================================================ lossless encoder
+
+std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int width, int height, int channels,
+                                    const LosslessOptions& opt) {
+    if (!samples || width < 1 || height < 1 || width > 65535 || height > 65535)
+        throw Error("image size must be 1..65535 on each side");
+    if (channels != 1 && channels != 3) throw Error("only grey and RGB images can be encoded");
+    if (opt.precision < 2 || opt.precision > 16) throw Error("precision must be 2..16 bits");
+    if (opt.predictor < 1 || opt.predictor > 7) throw Error("predictor must be 1..7");
+    if (opt.pointTransform < 0 || opt.pointTransform >= opt.precision)
+        throw Error("point transform must be 0..precision-1");
+    if (opt.restartRows < 0 || int64_t(opt.restartRows) * width > 65535)
+        throw Error("a restart interval holds at most 65535 samples");
+    const int nc = channels, W = width, Pt = opt.pointTransform;
+    const int rr = opt.restartRows ? opt.restartRows : height;  // a restart starts over with the first-row rule
+    const uint32_t limit = 1u << opt.precision;
+
+    // Differences of the whole image, component by component, row by row:
+    // the table of each component is built from them before coding.
+    std::vector<Zeb16s> diff(size_t(nc) * size_t(W) * size_t(height));
+    std::vector<Zeb16s> cur(static_cast<size_t>(W)), prev(static_cast<size_t>(W));
+    for (int c = 0; c < nc; ++c)
+        for (int y = 0; y < height; ++y) {
+            const uint16_t* src = samples + size_t(y) * stride + size_t(c);
+            for (int x = 0; x < W; ++x) {
+                const uint16_t v = src[size_t(x) * size_t(nc)];
+                if (v >= limit) throw Error("sample " + std::to_string(v) + " does not fit the precision");
+                cur[size_t(x)] = Zeb16s(v >> Pt);
+            }
+            Zeb16s* d = &diff[(size_t(c) * size_t(height) + size_t(y)) * size_t(W)];
+            if (y % rr == 0)
+                check(zebiDiffPredFirstRow_JPEG_16s_C1(cur.data(), d, W, opt.precision, Pt), "prediction");
+            else
+                check(zebiDiffPredRow_JPEG_16s_C1(cur.data(), prev.data(), d, W, opt.predictor), "prediction");
+            std::swap(cur, prev);
+        }
+    HuffTable tables[3];
+    auto specs = std::unique_ptr<EncodeHuffmanSpec[]>(new EncodeHuffmanSpec[3]);
+    for (int c = 0; c < nc; ++c) {
+        int32_t counts[256] = {};
+        const Zeb16s* d = &diff[size_t(c) * size_t(height) * size_t(W)];
+        for (size_t i = 0, n = size_t(W) * size_t(height); i < n; ++i)
+            check(zebiGetHuffmanStatisticsOne_JPEG_16s_C1(d + i, counts), "statistics");
+        check(zebiEncodeHuffmanRawTableInit_JPEG_8u(counts, tables[c].bits, tables[c].vals), "Huffman table");
+        check(zebiEncodeHuffmanSpecInit_JPEG_8u(tables[c].bits, tables[c].vals, &specs[size_t(c)]), "Huffman table");
+    }
+
+    ByteSink out(size_t(W) * size_t(height) * size_t(nc) + 1024);
+    out.put16(0xFFD8);
+    out.put16(0xFFC3);
+    out.put16(8 + 3 * nc);
+    out.put(uint8_t(opt.precision));
+    out.put16(height);
+    out.put16(W);
+    out.put(uint8_t(nc));
+    for (int c = 0; c < nc; ++c) {
+        out.put(uint8_t(c + 1));
+        out.put(0x11);
+        out.put(0);
+    }
+    for (int c = 0; c < nc; ++c) writeHuffman(out, 0, c, tables[c]);
+    if (opt.restartRows) {
+        out.put16(0xFFDD);
+        out.put16(4);
+        out.put16(opt.restartRows * W);
+    }
+    out.put16(0xFFDA);
+    out.put16(6 + 2 * nc);
+    out.put(uint8_t(nc));
+    for (int c = 0; c < nc; ++c) {
+        out.put(uint8_t(c + 1));
+        out.put(uint8_t(c << 4));
+    }
+    out.put(uint8_t(opt.predictor));
+    out.put(0);
+    out.put(uint8_t(Pt));
+
+    EncodeHuffmanState state;
+    check(zebiEncodeHuffmanStateInit_JPEG_8u(&state), "Huffman state");
+    const EncodeHuffmanSpec* sp[4] = {&specs[0], &specs[size_t(nc > 1)], &specs[size_t(nc > 2 ? 2 : 0)], &specs[0]};
+    const size_t worstRow = size_t(W) * size_t(nc) * 8 + 64;  // 31 bits a sample, every byte stuffed
+    int pos = int(out.size()), restarts = 0;
+    for (int y = 0; y < height; ++y) {
+        if (y > 0 && y % rr == 0) {
+            out.setSize(size_t(pos));
+            out.reserve(64);
+            check(zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(nullptr, 0, 0, out.data(), int(out.capacity()), &pos, nullptr,
+                                                       &state, 1),
+                  "flush");
+            out.setSize(size_t(pos));
+            out.put16(0xFFD0 + (restarts++ & 7));
+            pos = int(out.size());
+        }
+        const Zeb16s* rows[4];
+        for (int c = 0; c < 4; ++c)
+            rows[c] = &diff[(size_t(c < nc ? c : 0) * size_t(height) + size_t(y)) * size_t(W)];
+        out.setSize(size_t(pos));
+        out.reserve(worstRow);
+        if (out.capacity() > size_t(INT32_MAX)) throw Error("output too large");
+        check(zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(rows, W, nc, out.data(), int(out.capacity()), &pos, sp, &state, 0),
+              "Huffman encoding");
+    }
+    out.setSize(size_t(pos));
+    out.reserve(64);
+    check(zebiEncodeHuffmanRow_JPEG_16s1u_P4C1(nullptr, 0, 0, out.data(), int(out.capacity()), &pos, nullptr, &state, 1),
+          "flush");
+    out.setSize(size_t(pos));
+    out.put16(0xFFD9);
+    return std::vector<uint8_t>(out.data(), out.data() + out.size());
+}
+
 // ================================================================ decoder
 
 namespace {
@@ -691,12 +1088,12 @@ public:
             if (marker >= 0xD0 && marker <= 0xD7) throw Error("restart marker outside a scan");
             switch (marker) {
             case 0xC0:
-            case 0xC1: frameHeader(); break;
-            case 0xC2:
+            case 0xC1: frameHeader(marker); break;
+            case 0xC2: frameHeader(marker); break;
             case 0xC6:
             case 0xCA:
             case 0xCE: throw Unsupported("progressive JPEG is not supported yet");
-            case 0xC3:
+            case 0xC3: frameHeader(marker); break;
             case 0xC7:
             case 0xCB:
             case 0xCF: throw Unsupported("lossless JPEG is not supported yet");
@@ -723,7 +1120,12 @@ public:
         if (!frameSeen_) throw Error("no frame header before the end of the image");
         for (size_t i = 0; i < frame_.comps.size(); ++i)
             if (!decoded_[i]) throw Error("a component has no scan");
-        colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
+        if (lossless_) {
+            losslessOutput(out);
+            return;
+        }
+        if (progressive_) inverseAll();
+        if (rowsDone_ < frame_.height) colour_.inverse(frame_, rowsDone_, frame_.height, out.pixels.data(), rowStride());
     }
 
 private:
@@ -808,14 +1210,18 @@ private:
         endSegment();
     }
 
-    void frameHeader() {
+    void frameHeader(int sof) {
         if (frameSeen_) throw Error("more than one frame header");
+        progressive_ = sof == 0xC2;
+        lossless_ = sof == 0xC3;
         beginSegment();
         int precision = u8();
         frame_.height = u16();
         frame_.width = u16();
         int nc = u8();
-        if (precision != 8) throw Unsupported(std::to_string(precision) + "-bit samples are not supported");
+        if (lossless_ ? (precision < 2 || precision > 16) : precision != 8)
+            throw Unsupported(std::to_string(precision) + "-bit samples are not supported");
+        precision_ = precision;
         if (frame_.height == 0) throw Unsupported("a height defined after the scan (DNL) is not supported");
         if (frame_.width == 0) throw Error("image width is 0");
         if (nc != 1 && nc != 3) throw Unsupported(std::to_string(nc) + "-component images are not supported");
@@ -828,6 +1234,7 @@ private:
             c.tq = u8();
             if (c.h < 1 || c.h > 4 || c.v < 1 || c.v > 4 || c.tq > 3) throw Error("bad component in frame header");
             if (nc == 1) c.h = c.v = 1;  // a single component is never interleaved
+            if (lossless_ && (c.h != 1 || c.v != 1)) throw Unsupported("sampled lossless components are not supported");
             if (c.h > 2 || c.v > 2) throw Unsupported("sampling factors above 2 are not supported");
         }
         endSegment();
@@ -841,13 +1248,32 @@ private:
         uint64_t blocks = 0;
         for (auto& c : frame_.comps)
             blocks += uint64_t((frame_.width * c.h / hmax + 7) / 8 + 1) * uint64_t((frame_.height * c.v / vmax + 7) / 8 + 1);
+        if (lossless_) blocks = uint64_t(frame_.width) * uint64_t(frame_.height) * uint64_t(nc);  // a bit a sample
         if (blocks > uint64_t(n_) * 8 + 4096) throw Error("image size does not fit the file's length");
+        if (lossless_) {
+            samples_.assign(size_t(nc), {});
+            for (auto& p : samples_) p.assign(size_t(frame_.width) * size_t(frame_.height), 0);
+            pointTransform_.assign(size_t(nc), 0);
+            decoded_.assign(size_t(nc), false);
+            out_->width = frame_.width;
+            out_->height = frame_.height;
+            out_->channels = nc;
+            frameSeen_ = true;
+            return;
+        }
         frame_.layout();
         decoded_.assign(frame_.comps.size(), false);
+        if (progressive_) {
+            coefs_.resize(frame_.comps.size());
+            for (size_t i = 0; i < frame_.comps.size(); ++i)
+                coefs_[i].allocate(size_t(frame_.comps[i].blocksW) * size_t(frame_.comps[i].blocksH) * 64);
+        }
         out_->width = frame_.width;
         out_->height = frame_.height;
         out_->channels = nc;
         out_->pixels.resize(size_t(frame_.width) * size_t(frame_.height) * size_t(nc));
+        out_->bits = 8;
+        out_->samples16.clear();
         frameSeen_ = true;
     }
 
@@ -869,13 +1295,18 @@ private:
             if (ci[i] < 0) throw Error("scan names an unknown component");
             for (int j = 0; j < i; ++j)
                 if (ci[j] == ci[i]) throw Error("scan names a component twice");
-            if (td[i] > 3 || ta[i] > 3 || !dcSeen_[td[i]] || !acSeen_[ta[i]])
+            if (td[i] > 3 || ta[i] > 3) throw Error("bad Huffman table number in scan header");
+            if (lossless_ && !dcSeen_[td[i]]) throw Error("scan uses an undefined Huffman table");
+            if (lossless_) continue;
+            if (!progressive_ && (!dcSeen_[td[i]] || !acSeen_[ta[i]]))
                 throw Error("scan uses an undefined Huffman table");
             sc[i] = &frame_.comps[size_t(ci[i])];
             if (!quantSeen_[sc[i]->tq]) throw Error("component uses an undefined quantisation table");
         }
         int ss = u8(), se = u8(), a = u8();
         endSegment();
+        if (lossless_) return losslessScan(ns, ci, td, ss, a >> 4, a & 15);
+        if (progressive_) return progressiveScan(ns, sc, ci, td, ta, ss, se, a >> 4, a & 15);
         if (ss != 0 || se != 63 || a != 0) throw Error("scan parameters are not those of a sequential scan");
 
         int mcusX, mcusY, mcuBlocks = 0;
@@ -940,6 +1371,205 @@ private:
         return marker;
     }
 
+    // One scan of a progressive frame: its coefficients are added to the
+    // component's stored blocks; the pixels are made after the last scan.
+    int progressiveScan(int ns, Component* const* sc, const int* ci, const int* td, const int* ta, int ss, int se,
+                        int ah, int al) {
+        const bool dc = ss == 0;
+        if (dc ? se != 0 : (se < ss || se > 63 || ns != 1))
+            throw Error("bad spectral selection in a progressive scan");
+        if (al > 13 || ah > 13 || (ah != 0 && al != ah - 1))
+            throw Error("bad successive approximation in a progressive scan");
+        for (int i = 0; i < ns; ++i) {
+            if (dc && ah == 0 && !dcSeen_[td[i]]) throw Error("scan uses an undefined Huffman table");
+            if (!dc && !acSeen_[ta[i]]) throw Error("scan uses an undefined Huffman table");
+            if (!dc && !decoded_[size_t(ci[i])]) throw Error("AC scan before the component's DC scan");
+            if (!quantSeen_[sc[i]->tq]) throw Error("component uses an undefined quantisation table");
+        }
+        int mcusX, mcusY;
+        if (ns == 1) {
+            mcusX = (sc[0]->validW + 7) / 8;
+            mcusY = (sc[0]->validH + 7) / 8;
+        } else {
+            mcusX = frame_.mcusX;
+            mcusY = frame_.mcusY;
+            int mcuBlocks = 0;
+            for (int i = 0; i < ns; ++i) mcuBlocks += sc[i]->h * sc[i]->v;
+            if (mcuBlocks > 10) throw Error("too many blocks in an MCU");
+        }
+        DecodeHuffmanState state;
+        zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+        int marker = 0, srcPos = int(pos_), restarts = 0;
+        Zeb16s lastDC[4] = {};
+        auto restart = [&] {
+            if (marker == 0) marker = findMarker(srcPos);
+            if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
+            ++restarts;
+            marker = 0;
+            zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+            lastDC[0] = lastDC[1] = lastDC[2] = lastDC[3] = 0;
+        };
+        auto fail = [](ZebStatus s) {
+            if (s == zebStatusJpegBufferEnd) throw Error("file ends inside the image data");
+            throw Error("corrupt image data (block decoder status " + std::to_string(s) + ")");
+        };
+        if (!dc) {
+            // An AC scan has one component and one block per MCU: a tight
+            // walk over its block rows, the restart found by a countdown.
+            Zeb16s* base = coefs_[size_t(ci[0])].data();
+            const DecodeHuffmanSpec* spec = &acSpec_[ta[0]];
+            const size_t rowBlocks = size_t(sc[0]->blocksW);
+            int untilRestart = restartInterval_;
+            for (int by = 0; by < mcusY; ++by) {
+                Zeb16s* blk = base + size_t(by) * rowBlocks * 64;
+                for (int bx = 0; bx < mcusX; ++bx, blk += 64) {
+                    if (restartInterval_) {
+                        if (untilRestart == 0) {
+                            restart();
+                            untilRestart = restartInterval_;
+                        }
+                        --untilRestart;
+                    }
+                    const ZebStatus s =
+                        ah == 0 ? zebiDecodeHuffman8x8_ACFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss,
+                                                                             se, al, spec, &state)
+                                : zebiDecodeHuffman8x8_ACRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, ss,
+                                                                              se, al, spec, &state);
+                    if (s != zebStatusOk) fail(s);
+                }
+            }
+        }
+        const int total = dc ? mcusX * mcusY : 0;
+        for (int m = 0; m < total; ++m) {
+            if (restartInterval_ && m > 0 && m % restartInterval_ == 0) restart();
+            const int mx = m % mcusX, my = m / mcusX;
+            for (int i = 0; i < ns; ++i) {
+                Component& c = *sc[i];
+                Zeb16s* base = coefs_[size_t(ci[i])].data();
+                const int bw = ns == 1 ? 1 : c.h, bh = ns == 1 ? 1 : c.v;
+                for (int by = 0; by < bh; ++by)
+                    for (int bx = 0; bx < bw; ++bx) {
+                        const int bX = mx * bw + bx, bY = my * bh + by;
+                        Zeb16s* blk = base + (size_t(bY) * size_t(c.blocksW) + size_t(bX)) * 64;
+                        ZebStatus s;
+                        if (ah == 0)
+                            s = zebiDecodeHuffman8x8_DCFirst_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &lastDC[i],
+                                                                           &marker, al, &dcSpec_[td[i]], &state);
+                        else
+                            s = zebiDecodeHuffman8x8_DCRefine_JPEG_1u16s_C1(d_, int(n_), &srcPos, blk, &marker, al,
+                                                                            &state);
+                        if (s != zebStatusOk) fail(s);
+                    }
+            }
+        }
+        if (dc)
+            for (int i = 0; i < ns; ++i) decoded_[size_t(ci[i])] = true;
+        if (marker == 0) marker = findMarker(srcPos);
+        pos_ = size_t(srcPos);
+        if (marker >= 0xD0 && marker <= 0xD7) throw Error("restart marker after the last MCU");
+        return marker;
+    }
+
+    // One scan of a lossless frame: rows of differences of the scan's
+    // components, interleaved sample by sample, then the predictor undone.
+    int losslessScan(int ns, const int* ci, const int* td, int predictor, int ah, int pt) {
+        if (predictor < 1 || predictor > 7) throw Error("bad predictor in a lossless scan");
+        if (ah != 0 || pt >= precision_) throw Error("bad point transform in a lossless scan");
+        const int W = frame_.width, H = frame_.height;
+        if (restartInterval_ && restartInterval_ % W != 0)
+            throw Unsupported("lossless restart intervals that are not whole rows are not supported");
+        const int rowsPerInterval = restartInterval_ ? restartInterval_ / W : H;
+        std::vector<Zeb16s> diffs(size_t(ns) * size_t(W));
+        Zeb16s* rows[4];
+        const DecodeHuffmanSpec* specs[4];
+        for (int i = 0; i < 4; ++i) {
+            rows[i] = &diffs[size_t(i < ns ? i : 0) * size_t(W)];
+            specs[i] = &dcSpec_[td[i < ns ? i : 0]];
+        }
+        DecodeHuffmanState state;
+        zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+        int marker = 0, srcPos = int(pos_), restarts = 0;
+        for (int y = 0; y < H; ++y) {
+            const bool first = y % rowsPerInterval == 0;
+            if (first && y > 0) {
+                if (marker == 0) marker = findMarker(srcPos);
+                if (marker != 0xD0 + (restarts & 7)) throw Error("restart marker missing or out of order");
+                ++restarts;
+                marker = 0;
+                zebiDecodeHuffmanStateInit_JPEG_8u(&state);
+            }
+            ZebStatus s = zebiDecodeHuffmanRow_JPEG_1u16s_C1P4(d_, int(n_), &srcPos, rows, W, ns, &marker, specs, &state);
+            if (s != zebStatusOk) {
+                if (s == zebStatusJpegBufferEnd) throw Error("file ends inside the image data");
+                throw Error("corrupt image data (row decoder status " + std::to_string(s) + ")");
+            }
+            for (int i = 0; i < ns; ++i) {
+                Zeb16s* plane = samples_[size_t(ci[i])].data();
+                Zeb16s* dst = plane + size_t(y) * size_t(W);
+                if (first)
+                    check(zebiReconstructPredFirstRow_JPEG_16s_C1(rows[i], dst, W, precision_, pt), "prediction");
+                else
+                    check(zebiReconstructPredRow_JPEG_16s_C1(rows[i], dst - W, dst, W, predictor), "prediction");
+            }
+        }
+        for (int i = 0; i < ns; ++i) {
+            decoded_[size_t(ci[i])] = true;
+            pointTransform_[size_t(ci[i])] = pt;
+        }
+        if (marker == 0) marker = findMarker(srcPos);
+        pos_ = size_t(srcPos);
+        if (marker >= 0xD0 && marker <= 0xD7) throw Error("restart marker after the last row");
+        return marker;
+    }
+
+    // Lossless samples to pixels: the point transform undone and the value
+    // kept to the frame's precision (a corrupt stream can leave any word).
+    void losslessOutput(Raster& out) {
+        const size_t nc = frame_.comps.size(), n = size_t(frame_.width) * size_t(frame_.height);
+        const uint32_t mask = (1u << precision_) - 1;
+        out.bits = precision_ <= 8 ? 8 : precision_;
+        if (precision_ <= 8) {
+            out.pixels.resize(n * nc);
+            out.samples16.clear();
+        } else {
+            out.pixels.clear();
+            out.samples16.resize(n * nc);
+        }
+        for (size_t c = 0; c < nc; ++c) {
+            const Zeb16s* src = samples_[c].data();
+            const int pt = pointTransform_[c];
+            if (precision_ <= 8)
+                for (size_t i = 0; i < n; ++i) out.pixels[i * nc + c] = uint8_t((uint32_t(uint16_t(src[i])) << pt) & mask);
+            else
+                for (size_t i = 0; i < n; ++i)
+                    out.samples16[i * nc + c] = uint16_t((uint32_t(uint16_t(src[i])) << pt) & mask);
+        }
+    }
+
+    // The inverse transform of every stored block of a progressive frame,
+    // one MCU row at a time, each row turned into pixels one MCU row later
+    // (chroma halved vertically reads one row of the next) while its
+    // samples are still in cache.
+    void inverseAll() {
+        const int mcuH = frame_.vmax * 8;
+        for (int my = 0; my < frame_.mcusY; ++my) {
+            for (size_t i = 0; i < frame_.comps.size(); ++i) {
+                Component& c = frame_.comps[i];
+                for (int by = my * c.v; by < (my + 1) * c.v; ++by) {
+                    const Zeb16s* src = coefs_[i].data() + size_t(by) * size_t(c.blocksW) * 64;
+                    uint8_t* row = c.plane.row(by * 8);
+                    for (int bx = 0; bx < c.blocksW; ++bx, src += 64)
+                        inverseBlock(src, blockEndClass(src), row + bx * 8, frame_.step, inv_[c.tq]);
+                }
+            }
+            if (my > 0) {
+                const int end = std::min(my * mcuH, frame_.height);
+                colour_.inverse(frame_, rowsDone_, end, out_->pixels.data(), rowStride());
+                rowsDone_ = end;
+            }
+        }
+    }
+
     // Skips the rest of an interval's data up to the next marker.
     int findMarker(int& srcPos) {
         size_t p = size_t(srcPos);
@@ -961,7 +1591,11 @@ private:
     PlaneColourStage colour_;
     int rowsDone_ = 0;
     Frame frame_;
-    bool frameSeen_ = false;
+    bool frameSeen_ = false, progressive_ = false, lossless_ = false;
+    int precision_ = 8;
+    std::vector<std::vector<Zeb16s>> samples_;  // lossless: samples per component, before the point transform
+    std::vector<int> pointTransform_;
+    std::vector<CoefficientStore> coefs_;  // progressive: quantised blocks per component, row by row
     std::vector<bool> decoded_;
     int restartInterval_ = 0;
     alignas(64) Zeb16u inv_[4][64] = {};

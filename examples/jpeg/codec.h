@@ -21,10 +21,14 @@ struct Unsupported : Error {
     using Error::Error;
 };
 
-// Interleaved 8-bit pixels, one (grey) or three (RGB) channels.
+// Interleaved pixels, one (grey) or three (RGB) channels: 8-bit in `pixels`,
+// or, for a lossless file of more than 8 bits, `bits`-bit samples in
+// `samples16` (and `pixels` empty).
 struct Raster {
     int width = 0, height = 0, channels = 0;
     std::vector<uint8_t> pixels;
+    int bits = 8;
+    std::vector<uint16_t> samples16;
 };
 
 enum class Sampling { s444, s422, s420 };
@@ -34,6 +38,7 @@ struct EncodeOptions {
     Sampling sampling = Sampling::s420;
     int restartInterval = 0;   // in MCUs, 0: none
     bool optimize = false;     // optimal Huffman tables from the image's statistics
+    bool progressive = false;  // progressive file: a standard scan script, optimal tables per scan
 };
 
 // Encodes width x height pixels (channels 1 or 3, rows `stride` bytes apart)
@@ -42,7 +47,21 @@ struct EncodeOptions {
 std::vector<uint8_t> encode(const uint8_t* pixels, size_t stride, int width, int height, int channels,
                             const EncodeOptions& options, Raster* reconstruction = nullptr);
 
-// Decodes a baseline or extended 8-bit sequential Huffman file.
+struct LosslessOptions {
+    int precision = 8;       // bits per sample, 2..16
+    int predictor = 1;       // 1..7
+    int pointTransform = 0;  // low bits dropped before coding, 0..precision-1
+    int restartRows = 0;     // rows per restart interval (width * rows at most 65535), 0: none
+};
+
+// Encodes width x height samples below 1 << precision (channels 1 or 3,
+// rows `stride` samples apart) into a lossless Huffman-coded file: one
+// interleaved scan, an optimal table per component.
+std::vector<uint8_t> encodeLossless(const uint16_t* samples, size_t stride, int width, int height, int channels,
+                                    const LosslessOptions& options);
+
+// Decodes a baseline, extended 8-bit sequential, progressive or lossless
+// Huffman file.
 Raster decode(const uint8_t* data, size_t size);
 // The same into `out`, whose pixel storage is reused when it is large enough.
 void decode(const uint8_t* data, size_t size, Raster& out);

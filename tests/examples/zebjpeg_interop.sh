@@ -95,12 +95,12 @@ theirs rgb.ppm 45 -quality 85 -grayscale -restart 2 -optimize
 echo "cjpeg's files, our decode against djpeg's: worst $(psnr --pairs pairs.txt 45) dB over $m files"
 
 # Unsupported processes get a message, not a guess.
-cjpeg -progressive -outfile prog.jpg rgb.ppm
+cjpeg -arithmetic -outfile arith.jpg rgb.ppm
 set +e
-"$tool" decode prog.jpg x.ppm 2> err.txt
+"$tool" decode arith.jpg x.ppm 2> err.txt
 rc=$?
 set -e
-[ $rc -eq 1 ] && grep -q "progressive JPEG is not supported yet" err.txt
+[ $rc -eq 1 ] && grep -q "arithmetic-coded JPEG is not supported" err.txt
 
 # Damaged files: exit 1 with a message, never a crash.
 "$tool" encode -q 80 -s 420 -r 2 rgb.ppm good.jpg
