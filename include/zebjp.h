@@ -367,7 +367,7 @@ ZEBAPI ZebStatus zebiDCTQuantInv8x8_JPEG_16s_C1I(Zeb16s* srcDst, const Zeb16u* i
 
 /* (end of JPEG inverse DCT) */
 
-/* ------------------------------------------------------------------ JPEG Huffman specifications and states */
+/* ------------------------------------------------------------------ JPEG Huffman tables and coder states */
 
 /* A table travels as `bits` (16 counts: bits[l-1] codes of length l) and
  * `vals` (the symbols in code order, sum(bits) of them, at most 256). */
@@ -439,7 +439,7 @@ ZEBAPI ZebStatus zebiDecodeHuffmanStateFree_JPEG_8u(DecodeHuffmanState* state);
  * only on success; no counts at all give an empty table. */
 ZEBAPI ZebStatus zebiEncodeHuffmanRawTableInit_JPEG_8u(const Zeb32s* statistics, Zeb8u* bits, Zeb8u* vals);
 
-/* (end of JPEG Huffman specifications and states) */
+/* (end of JPEG Huffman tables and coder states) */
 
 /* ------------------------------------------------------------------ JPEG baseline block coding */
 
