@@ -236,7 +236,8 @@ struct CodeBlock {
     std::vector<uint8_t> code;
     std::vector<int> passRate;
     std::vector<double> passDist;
-    int codedPasses = 0, keptPasses = 0, significant = 0;
+    int codedPasses = 0, significant = 0;
+    std::vector<int> layerKeep;  // passes included through each layer
 };
 
 struct Band {
@@ -859,7 +860,7 @@ struct EncodeOptions {
     int levels = 5, cbw = 6, cbh = 6, style = 0;
     bool irreversible = false, sop = false, eph = false;
     double step = 0;  // base quantisation step (irreversible), 0 for automatic
-    double rate = 0;  // target bits per pixel, 0 for all passes
+    std::vector<double> rates;  // target bits per pixel per layer (cumulative), 0 for all passes
 };
 
 std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
@@ -890,7 +891,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         const int type = i == 0 ? 0 : 1 + (i - 1) % 3;
         const int gain = type == 0 ? 0 : (type == 3 ? 2 : 1);
         if (o.irreversible) {
-            const double base = o.step > 0 ? o.step : (o.rate > 0 ? 0.25 : 1.0);
+            const double base = o.step > 0 ? o.step : (!o.rates.empty() ? 0.25 : 1.0);
             const double want = base / norm[i];
             // Step in units of 2^(prec + gain): exponent and 11-bit mantissa.
             const double rel = want / std::ldexp(1.0, prec + gain);
@@ -918,8 +919,20 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     }
     if (C == 3) {
         Zeb32s* planes[3] = {tcs[0].buf.data(), tcs[1].buf.data(), tcs[2].buf.data()};
-        if (o.irreversible) check(zebiICTFwd_JPEG2K_32s_P3IR(planes, 4 * W, {W, H}), "forward ICT");
-        else check(zebiRCTFwd_JPEG2K_32s_P3IR(planes, 4 * W, {W, H}), "forward RCT");
+        if (o.irreversible) {
+            // In single precision: the fixed-point form would overflow on
+            // samples that already carry fraction bits.
+            const size_t n = static_cast<size_t>(W) * H;
+            std::vector<float> f(3 * n);
+            Zeb32f* fp[3] = {f.data(), f.data() + n, f.data() + 2 * n};
+            for (int c = 0; c < 3; ++c)
+                for (size_t i = 0; i < n; ++i) fp[c][i] = static_cast<float>(planes[c][i]) * (1.0f / (1 << kFrac));
+            check(zebiICTFwd_JPEG2K_32f_P3IR(fp, 4 * W, {W, H}), "forward ICT");
+            for (int c = 0; c < 3; ++c)
+                for (size_t i = 0; i < n; ++i) planes[c][i] = static_cast<int32_t>(std::lrint(fp[c][i] * (1 << kFrac)));
+        } else {
+            check(zebiRCTFwd_JPEG2K_32s_P3IR(planes, 4 * W, {W, H}), "forward RCT");
+        }
     }
     for (auto& tc : tcs) forwardWavelet(tc, !o.irreversible);
 
@@ -1006,126 +1019,148 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
                     if (p > 0) cb.passRate[p - 1] = acc;
                 }
             }
-            cb.keptPasses = cb.codedPasses;
         }
         if (st) zebiEncodeFree_JPEG2K(st);
     }
     if (failed) throw FileError("code-block coding failed");
 
-    // Rate control: truncation points on each block's convex hull, one slope
-    // threshold for the image, found by bisection.
-    if (o.rate > 0) {
-        const double budget = o.rate * W * H / 8.0;
-        // Hull slopes per block.
-        std::vector<std::vector<std::pair<int, double>>> hulls(jobs.size());
-        for (size_t j = 0; j < jobs.size(); ++j) {
-            CodeBlock& cb = *jobs[j].cb;
-            auto& hull = hulls[j];  // (pass index, slope)
-            int lastP = -1;
-            double lastR = 0, lastD = 0;
-            std::vector<int> pts;
-            for (int k = 0; k < cb.codedPasses; ++k) {
-                const double dr = cb.passRate[k] - lastR, dd = cb.passDist[k] - lastD;
-                if (dd <= 0) continue;
-                double slope = dr > 0 ? dd / dr : 1e300;
-                while (!hull.empty() && slope >= hull.back().second) {
+    // Hull of each block: the passes where the distortion-rate slope falls.
+    std::vector<std::vector<std::pair<int, double>>> hulls(jobs.size());
+    for (size_t j = 0; j < jobs.size(); ++j) {
+        CodeBlock& cb = *jobs[j].cb;
+        for (int k = 1; k < cb.codedPasses; ++k) cb.passRate[k] = std::max(cb.passRate[k], cb.passRate[k - 1]);
+        auto& hull = hulls[j];  // (pass index, slope)
+        for (int k = 0; k < cb.codedPasses; ++k) {
+            for (;;) {
+                const int prev = hull.empty() ? -1 : hull.back().first;
+                const double r0 = prev < 0 ? 0 : cb.passRate[prev], d0 = prev < 0 ? 0 : cb.passDist[prev];
+                const double dr = cb.passRate[k] - r0, dd = cb.passDist[k] - d0;
+                if (dd <= 0) break;
+                const double slope = dr > 0 ? dd / dr : 1e300;
+                if (!hull.empty() && slope >= hull.back().second) {
                     hull.pop_back();
-                    const int prev = hull.empty() ? -1 : hull.back().first;
-                    lastR = prev < 0 ? 0 : cb.passRate[prev];
-                    lastD = prev < 0 ? 0 : cb.passDist[prev];
-                    const double dr2 = cb.passRate[k] - lastR, dd2 = cb.passDist[k] - lastD;
-                    slope = dr2 > 0 ? dd2 / dr2 : 1e300;
+                    continue;
                 }
                 hull.push_back({k, slope});
-                lastP = k, lastR = cb.passRate[k], lastD = cb.passDist[k];
+                break;
             }
-            (void)lastP;
-        }
-        auto sizeAt = [&](double lambda) {
-            double bytes = 0;
-            for (size_t j = 0; j < jobs.size(); ++j) {
-                int keep = 0;
-                for (auto& h : hulls[j])
-                    if (h.second >= lambda) keep = h.first + 1;
-                bytes += keep ? jobs[j].cb->passRate[keep - 1] + 2 : 0;  // rough header share
-            }
-            return bytes;
-        };
-        double lo = 0, hi = 1e30;
-        for (int it = 0; it < 100; ++it) {
-            const double mid = lo == 0 ? hi / 1e6 : std::sqrt(lo * hi);
-            if (sizeAt(mid) > budget) lo = mid;
-            else hi = mid;
-            if (hi / std::max(lo, 1e-300) < 1.0001) break;
-        }
-        for (size_t j = 0; j < jobs.size(); ++j) {
-            int keep = 0;
-            for (auto& h : hulls[j])
-                if (h.second >= hi) keep = h.first + 1;
-            jobs[j].cb->keptPasses = keep;
         }
     }
+    const int layers = std::max<int>(1, static_cast<int>(o.rates.size()));
+    for (auto& jb : jobs) jb.cb->layerKeep.assign(layers, jb.cb->codedPasses);
 
-    // Packets: one layer, LRCP.
-    std::vector<uint8_t> body;
-    for (int r = 0; r <= cp.levels; ++r)
-        for (int c = 0; c < C; ++c) {
-            Resolution& R = tcs[c].res[r];
-            if (R.x1 <= R.x0 || R.y1 <= R.y0) continue;
-            if (o.sop) {
-                put16(body, 0xFF91), put16(body, 4), put16(body, 0);
-            }
-            BitWriter bw;
-            bool any = false;
-            for (Band& B : R.bands)
-                for (CodeBlock& cb : B.blocks) any |= cb.keptPasses > 0;
-            bw.bit(any);
-            std::vector<std::pair<CodeBlock*, int>> parts;
-            if (any) {
+    // Packets of the first numLayers layers in LRCP order.
+    auto buildBody = [&](int numLayers) {
+        std::vector<uint8_t> body;
+        for (auto& tc : tcs)
+            for (auto& R : tc.res)
                 for (Band& B : R.bands) {
+                    if (B.blocks.empty()) continue;
+                    B.incl = std::make_shared<TagTree>(B.gw, B.gh);
+                    B.zbp = std::make_shared<TagTree>(B.gw, B.gh);
                     for (int i = 0; i < static_cast<int>(B.blocks.size()); ++i) {
                         CodeBlock& cb = B.blocks[i];
-                        B.incl->setLeaf(i % B.gw, i / B.gw, cb.keptPasses > 0 ? 0 : 1);
+                        cb.lblock = 3;
+                        int first = 1 << 20;
+                        for (int l = numLayers - 1; l >= 0; --l)
+                            if (cb.layerKeep[l] > 0) first = l;
+                        B.incl->setLeaf(i % B.gw, i / B.gw, first);
                         B.zbp->setLeaf(i % B.gw, i / B.gw, B.mb - cb.significant);
                     }
                     B.incl->finish();
                     B.zbp->finish();
-                    for (int i = 0; i < static_cast<int>(B.blocks.size()); ++i) {
-                        CodeBlock& cb = B.blocks[i];
-                        const int gx = i % B.gw, gy = i / B.gw;
-                        B.incl->encode(bw, gx, gy, 1);
-                        if (!cb.keptPasses) continue;
-                        B.zbp->encode(bw, gx, gy, B.mb - cb.significant + 1);
-                        putPassCount(bw, cb.keptPasses);
-                        // Segment lengths of the kept passes.
-                        std::vector<int> lens, np;
-                        int p = 0, startRate = 0;
-                        for (int s = 0; p < cb.keptPasses; ++s) {
-                            const int n = std::min(segmentCapacity(cp.style, s), cb.keptPasses - p);
-                            const int endRate = cb.passRate[p + n - 1];
-                            lens.push_back(endRate - startRate), np.push_back(n);
-                            startRate = endRate;
-                            p += n;
-                        }
-                        int inc = 0;
-                        for (size_t s = 0; s < lens.size(); ++s) {
-                            const int need = floorLog2(std::max(1, lens[s])) + 1;
-                            inc = std::max(inc, need - cb.lblock - floorLog2(np[s]));
-                        }
-                        for (int k = 0; k < inc; ++k) bw.bit(1);
-                        bw.bit(0);
-                        cb.lblock += inc;
-                        for (size_t s = 0; s < lens.size(); ++s)
-                            bw.bits(static_cast<uint32_t>(lens[s]), cb.lblock + floorLog2(np[s]));
-                        parts.push_back({&cb, startRate});
-                    }
                 }
+        for (int l = 0; l < numLayers; ++l)
+            for (int r = 0; r <= cp.levels; ++r)
+                for (int c = 0; c < C; ++c) {
+                    Resolution& R = tcs[c].res[r];
+                    if (R.x1 <= R.x0 || R.y1 <= R.y0) continue;
+                    if (o.sop) put16(body, 0xFF91), put16(body, 4), put16(body, 0);
+                    BitWriter bw;
+                    bool any = false;
+                    for (Band& B : R.bands)
+                        for (CodeBlock& cb : B.blocks) any |= cb.layerKeep[l] > (l ? cb.layerKeep[l - 1] : 0);
+                    bw.bit(any);
+                    std::vector<std::pair<CodeBlock*, std::pair<int, int>>> parts;
+                    if (any) {
+                        for (Band& B : R.bands) {
+                            for (int i = 0; i < static_cast<int>(B.blocks.size()); ++i) {
+                                CodeBlock& cb = B.blocks[i];
+                                const int gx = i % B.gw, gy = i / B.gw;
+                                const int before = l ? cb.layerKeep[l - 1] : 0, now = cb.layerKeep[l];
+                                if (before == 0) B.incl->encode(bw, gx, gy, l + 1);
+                                else bw.bit(now > before);
+                                if (now <= before) continue;
+                                if (before == 0) B.zbp->encode(bw, gx, gy, B.mb - cb.significant + 1);
+                                putPassCount(bw, now - before);
+                                // Lengths of the new passes, cut at segment ends.
+                                std::vector<int> lens, np;
+                                int p = 0, s = 0;
+                                while (p + segmentCapacity(cp.style, s) <= before) p += segmentCapacity(cp.style, s), ++s;
+                                int at = before, startRate = before ? cb.passRate[before - 1] : 0;
+                                const int firstRate = startRate;
+                                while (at < now) {
+                                    const int segEnd = std::min(p + segmentCapacity(cp.style, s), now);
+                                    const int endRate = cb.passRate[segEnd - 1];
+                                    lens.push_back(endRate - startRate), np.push_back(segEnd - at);
+                                    startRate = endRate;
+                                    at = segEnd;
+                                    if (segEnd == p + segmentCapacity(cp.style, s)) p = segEnd, ++s;
+                                }
+                                int inc = 0;
+                                for (size_t k = 0; k < lens.size(); ++k) {
+                                    const int need = floorLog2(std::max(1, lens[k])) + 1;
+                                    inc = std::max(inc, need - cb.lblock - floorLog2(np[k]));
+                                }
+                                for (int k = 0; k < inc; ++k) bw.bit(1);
+                                bw.bit(0);
+                                cb.lblock += inc;
+                                for (size_t k = 0; k < lens.size(); ++k)
+                                    bw.bits(static_cast<uint32_t>(lens[k]), cb.lblock + floorLog2(np[k]));
+                                parts.push_back({&cb, {firstRate, startRate}});
+                            }
+                        }
+                    }
+                    bw.flush();
+                    body.insert(body.end(), bw.out.begin(), bw.out.end());
+                    if (o.eph) put16(body, 0xFF92);
+                    for (auto& pr : parts)
+                        body.insert(body.end(), pr.first->code.begin() + pr.second.first,
+                                    pr.first->code.begin() + pr.second.second);
+                }
+        return body;
+    };
+
+    // Rate control: per layer one slope threshold, by bisection on the exact
+    // size of the codestream up to that layer.
+    const size_t headerBytes = 2 + (2 + 38 + 3 * C) + 14 + (o.irreversible ? 5 + 2 * nb : 5 + nb) + 14 + 2;
+    for (int l = 0; l < static_cast<int>(o.rates.size()); ++l) {
+        if (o.rates[l] <= 0) continue;
+        const double budget = o.rates[l] * W * H / 8.0;
+        auto apply = [&](double lambda) {
+            for (size_t j = 0; j < jobs.size(); ++j) {
+                CodeBlock& cb = *jobs[j].cb;
+                int keep = 0;
+                for (auto& h : hulls[j])
+                    if (h.second >= lambda) keep = h.first + 1;
+                if (l > 0) keep = std::max(keep, cb.layerKeep[l - 1]);
+                for (int k = l; k < layers; ++k) cb.layerKeep[k] = keep;
             }
-            bw.flush();
-            body.insert(body.end(), bw.out.begin(), bw.out.end());
-            if (o.eph) put16(body, 0xFF92);
-            for (auto& pr : parts) body.insert(body.end(), pr.first->code.begin(), pr.first->code.begin() + pr.second);
+            return static_cast<double>(buildBody(l + 1).size() + headerBytes);
+        };
+        double lo = 0, hi = 1e300;
+        if (apply(0) <= budget) continue;
+        double probe = 1e-6;
+        while (probe < 1e290 && apply(probe) > budget) lo = probe, probe *= 16;
+        hi = probe;
+        for (int it = 0; it < 60 && hi / std::max(lo, 1e-300) > 1.000001; ++it) {
+            const double mid = lo == 0 ? hi / 16 : std::sqrt(lo * hi);
+            if (apply(mid) > budget) lo = mid;
+            else hi = mid;
         }
+        apply(hi);
+    }
+    std::vector<uint8_t> body = buildBody(layers);
 
     std::vector<uint8_t> cs;
     put16(cs, 0xFF4F);
@@ -1139,7 +1174,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     put16(cs, 0xFF52);
     put16(cs, 12);
     cs.push_back(static_cast<uint8_t>((o.sop ? 2 : 0) | (o.eph ? 4 : 0)));
-    cs.push_back(0), put16(cs, 1);
+    cs.push_back(0), put16(cs, layers);
     cs.push_back(static_cast<uint8_t>(cp.mct));
     cs.push_back(static_cast<uint8_t>(cp.levels));
     cs.push_back(static_cast<uint8_t>(cp.cbw - 2)), cs.push_back(static_cast<uint8_t>(cp.cbh - 2));
@@ -1225,7 +1260,19 @@ int main(int argc, char** argv) {
                                               ((m & 32) ? 32 : 0));
                 } else if (a == "-I") o.irreversible = true;
                 else if (a == "-q") o.step = std::atof(next().c_str());
-                else if (a == "-r") o.rate = std::atof(next().c_str()), o.irreversible = true;
+                else if (a == "-r") {
+                    const std::string v = next();
+                    for (size_t at = 0; at <= v.size();) {
+                        size_t comma = v.find(',', at);
+                        if (comma == std::string::npos) comma = v.size();
+                        o.rates.push_back(std::atof(v.substr(at, comma - at).c_str()));
+                        at = comma + 1;
+                    }
+                    std::sort(o.rates.begin(), o.rates.end(), [](double x, double y) {
+                        return (x <= 0 ? 1e300 : x) < (y <= 0 ? 1e300 : y);
+                    });
+                    if (o.rates.size() > 1 || o.rates[0] > 0) o.irreversible = true;
+                }
                 else if (a == "-SOP") o.sop = true;
                 else if (a == "-EPH") o.eph = true;
                 else if (!a.empty() && a[0] == '-') return usage();
