@@ -2,11 +2,12 @@
 // code-block coders, wavelet drivers and component transforms; the file
 // format, packets, tag trees and quantisation are done here.
 //
-//   zebj2k encode [-n levels] [-b W,H] [-I] [-q step] [-r bpp] in.(pgm|ppm|png) out.(j2k|j2c|jp2)
+//   zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp,...] [-p order] [-SOP] [-EPH]
+//                 in.(pgm|ppm|png) out.(j2k|j2c|jp2)
 //   zebj2k decode [-r reduce] [-l layers] in.(j2k|j2c|jp2) out.(pgm|ppm|png)
 //
-// Encoding writes one tile, one layer, LRCP order and precincts of the
-// default size: lossless with the 5/3 wavelet and RCT, or lossy (-I) with the
+// Encoding writes one tile, one or more layers, any progression order and
+// precincts of the default size: lossless with the 5/3 wavelet and RCT, or lossy (-I) with the
 // 9/7 wavelet and ICT, quantised per subband; -r sets a target rate in bits
 // per pixel, reached by discarding coding passes along the convex hull of each
 // block's rate and distortion (one slope threshold found by bisection).
@@ -229,7 +230,7 @@ struct CodeBlock {
     int x0, y0, w, h;  // in band coordinates
     // decoder state
     bool included = false;
-    int zeroPlanes = 0, lblock = 3, passes = 0;
+    int zeroPlanes = 0, lblock = 3, passes = 0, parsed = 0;
     std::vector<uint8_t> data;
     std::vector<int> segLens, segPasses;
     // encoder state
@@ -362,6 +363,38 @@ void forwardWavelet(TileComp& tc, bool reversible) {
         if (reversible) check(zebiWTFwd_B53_JPEG2K_32s_C1IR(tc.buf.data(), 4 * stride, &rect, work.data()), "forward 5/3");
         else check(zebiWTFwd_D97_JPEG2K_32s_C1IR(tc.buf.data(), 4 * stride, &rect, work.data()), "forward 9/7");
     }
+}
+
+// Packet order of one tile with one precinct per resolution: the position
+// loops of the orders that have them run once.
+struct Pk {
+    int l, r, c;
+};
+std::vector<Pk> packetSequence(int order, int L, int NR, int C) {
+    std::vector<Pk> seq;
+    switch (order) {
+    case 0:  // LRCP
+        for (int l = 0; l < L; ++l)
+            for (int r = 0; r < NR; ++r)
+                for (int c = 0; c < C; ++c) seq.push_back({l, r, c});
+        break;
+    case 1:  // RLCP
+        for (int r = 0; r < NR; ++r)
+            for (int l = 0; l < L; ++l)
+                for (int c = 0; c < C; ++c) seq.push_back({l, r, c});
+        break;
+    case 2:  // RPCL
+        for (int r = 0; r < NR; ++r)
+            for (int c = 0; c < C; ++c)
+                for (int l = 0; l < L; ++l) seq.push_back({l, r, c});
+        break;
+    default:  // PCRL and CPRL
+        for (int c = 0; c < C; ++c)
+            for (int r = 0; r < NR; ++r)
+                for (int l = 0; l < L; ++l) seq.push_back({l, r, c});
+        break;
+    }
+    return seq;
 }
 
 // Fraction bits of the fixed-point samples on the irreversible path.
@@ -592,32 +625,7 @@ struct Decoder {
         }
         // Packet sequence (one precinct per resolution).
         const int L = cp.layers, NR = cp.levels + 1, C = siz.comps;
-        struct Pk {
-            int l, r, c;
-        };
-        std::vector<Pk> seq;
-        switch (cp.order) {
-        case 0:
-            for (int l = 0; l < L; ++l)
-                for (int r = 0; r < NR; ++r)
-                    for (int c = 0; c < C; ++c) seq.push_back({l, r, c});
-            break;
-        case 1:
-            for (int r = 0; r < NR; ++r)
-                for (int l = 0; l < L; ++l)
-                    for (int c = 0; c < C; ++c) seq.push_back({l, r, c});
-            break;
-        case 2:
-            for (int r = 0; r < NR; ++r)
-                for (int c = 0; c < C; ++c)
-                    for (int l = 0; l < L; ++l) seq.push_back({l, r, c});
-            break;
-        default:  // PCRL and CPRL
-            for (int c = 0; c < C; ++c)
-                for (int r = 0; r < NR; ++r)
-                    for (int l = 0; l < L; ++l) seq.push_back({l, r, c});
-            break;
-        }
+        const std::vector<Pk> seq = packetSequence(cp.order, L, NR, C);
         size_t pos = 0;
         const size_t end = data.size();
         try {
@@ -712,9 +720,13 @@ struct Decoder {
                     }
                     Contrib ct{&cb, np, {}, {}};
                     // Split the new passes at segment ends.
-                    int done = cb.passes, left = np;
-                    int seg = static_cast<int>(cb.segPasses.size()) - 1;
-                    int inSeg = seg >= 0 ? cb.segPasses[seg] : 0;
+                    int left = np, seg = -1, inSeg = 0;
+                    for (int before = 0; before < cb.parsed;) {
+                        ++seg;
+                        inSeg = std::min(segmentCapacity(cp.style, seg), cb.parsed - before);
+                        before += inSeg;
+                    }
+                    cb.parsed += np;
                     while (left > 0) {
                         if (seg < 0 || inSeg >= segmentCapacity(cp.style, seg)) ++seg, inSeg = 0;
                         const int take = std::min(left, segmentCapacity(cp.style, seg) - inSeg);
@@ -722,7 +734,7 @@ struct Decoder {
                         if (bits > 31) throw BadStream("bad code-block length");
                         ct.lens.push_back(static_cast<int>(br.bits(bits)));
                         ct.passes.push_back(take);
-                        inSeg += take, left -= take, done += take;
+                        inSeg += take, left -= take;
                     }
                     list.push_back(std::move(ct));
                 }
@@ -857,7 +869,7 @@ double synthesisNorm1d(bool high, int level, bool reversible) {
 }
 
 struct EncodeOptions {
-    int levels = 5, cbw = 6, cbh = 6, style = 0;
+    int levels = 5, cbw = 6, cbh = 6, style = 0, order = 0;
     bool irreversible = false, sop = false, eph = false;
     double step = 0;  // base quantisation step (irreversible), 0 for automatic
     std::vector<double> rates;  // target bits per pixel per layer (cumulative), 0 for all passes
@@ -871,7 +883,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     // Fewer levels than the image allows would leave empty resolutions: fine,
     // but keep every level at least one sample on both sides.
     while (cp.levels > 0 && ((W >> cp.levels) < 1 || (H >> cp.levels) < 1)) --cp.levels;
-    cp.cbw = o.cbw, cp.cbh = o.cbh, cp.style = o.style, cp.reversible = o.irreversible ? 0 : 1;
+    cp.cbw = o.cbw, cp.cbh = o.cbh, cp.style = o.style, cp.reversible = o.irreversible ? 0 : 1, cp.order = o.order;
     cp.mct = C == 3 ? 1 : 0;
     cp.guard = 2;
     const int prec = 8;
@@ -1070,10 +1082,9 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
                     B.incl->finish();
                     B.zbp->finish();
                 }
-        for (int l = 0; l < numLayers; ++l)
-            for (int r = 0; r <= cp.levels; ++r)
-                for (int c = 0; c < C; ++c) {
-                    Resolution& R = tcs[c].res[r];
+        for (const Pk& pk : packetSequence(cp.order, numLayers, cp.levels + 1, C)) {
+                    const int l = pk.l;
+                    Resolution& R = tcs[pk.c].res[pk.r];
                     if (R.x1 <= R.x0 || R.y1 <= R.y0) continue;
                     if (o.sop) put16(body, 0xFF91), put16(body, 4), put16(body, 0);
                     BitWriter bw;
@@ -1135,7 +1146,11 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     // size of the codestream up to that layer.
     const size_t headerBytes = 2 + (2 + 38 + 3 * C) + 14 + (o.irreversible ? 5 + 2 * nb : 5 + nb) + 14 + 2;
     for (int l = 0; l < static_cast<int>(o.rates.size()); ++l) {
-        if (o.rates[l] <= 0) continue;
+        if (o.rates[l] <= 0) {
+            for (auto& jb : jobs)
+                for (int k = l; k < layers; ++k) jb.cb->layerKeep[k] = jb.cb->codedPasses;
+            continue;
+        }
         const double budget = o.rates[l] * W * H / 8.0;
         auto apply = [&](double lambda) {
             for (size_t j = 0; j < jobs.size(); ++j) {
@@ -1174,7 +1189,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     put16(cs, 0xFF52);
     put16(cs, 12);
     cs.push_back(static_cast<uint8_t>((o.sop ? 2 : 0) | (o.eph ? 4 : 0)));
-    cs.push_back(0), put16(cs, layers);
+    cs.push_back(static_cast<uint8_t>(cp.order)), put16(cs, layers);
     cs.push_back(static_cast<uint8_t>(cp.mct));
     cs.push_back(static_cast<uint8_t>(cp.levels));
     cs.push_back(static_cast<uint8_t>(cp.cbw - 2)), cs.push_back(static_cast<uint8_t>(cp.cbh - 2));
@@ -1227,7 +1242,7 @@ std::vector<uint8_t> wrapJp2(const std::vector<uint8_t>& cs, const Image& img) {
 
 int usage() {
     std::fprintf(stderr,
-                 "usage: zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp] [-SOP] [-EPH] in out.(j2k|j2c|jp2)\n"
+                 "usage: zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp[,bpp...]] [-p order] [-SOP] [-EPH] in out.(j2k|j2c|jp2)\n"
                  "       zebj2k decode [-r reduce] [-l layers] in.(j2k|j2c|jp2) out.(pgm|ppm|png)\n");
     return 2;
 }
@@ -1271,9 +1286,17 @@ int main(int argc, char** argv) {
                     std::sort(o.rates.begin(), o.rates.end(), [](double x, double y) {
                         return (x <= 0 ? 1e300 : x) < (y <= 0 ? 1e300 : y);
                     });
-                    if (o.rates.size() > 1 || o.rates[0] > 0) o.irreversible = true;
+                    if (o.rates.back() > 0) o.irreversible = true;  // a last layer of 0 keeps it lossless
                 }
                 else if (a == "-SOP") o.sop = true;
+                else if (a == "-p") {
+                    static const char* const kOrders[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
+                    const std::string v = next();
+                    o.order = -1;
+                    for (int k = 0; k < 5; ++k)
+                        if (v == kOrders[k]) o.order = k;
+                    if (o.order < 0) throw FileError("unknown progression order " + v);
+                }
                 else if (a == "-EPH") o.eph = true;
                 else if (!a.empty() && a[0] == '-') return usage();
                 else files.push_back(a);

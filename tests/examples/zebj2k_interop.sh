@@ -74,12 +74,21 @@ for bpp in 0.5 1 2; do
   "$tool" decode o.j2k e.ppm
   python3 "$here/psnr.py" big.ppm e.ppm | python3 -c "import sys; v=float(sys.stdin.read()); sys.exit(0 if v > 24 + 4 * $bpp else 'psnr %.2f at $bpp bpp' % v)"
 done
-# Several layers: each layer prefix decodes alike in both decoders.
-"$tool" encode -r 0.25,0.5,1 -M 1 big.ppm o.j2k
-for l in 1 2 3; do
-  opj_decompress -i o.j2k -o d.ppm -l $l >/dev/null
-  "$tool" decode -l $l o.j2k e.ppm
-  same d.ppm e.ppm 1 || { echo "layers: $l"; exit 1; }
+# Several layers in every progression order: each layer prefix and reduced
+# resolution decodes alike in both decoders; all layers of a lossless file
+# give the source.
+for p in LRCP RLCP RPCL PCRL CPRL; do
+  for opts in "-r 0.25,0.5,1 -M 1" "-r 0.5,0"; do
+    "$tool" encode -p $p $opts big.ppm o.j2k
+    for d in "-l 1" "-l 2" "-r 1 -l 1" "-r 2"; do
+      opj_decompress -i o.j2k -o d.ppm $d >/dev/null
+      "$tool" decode $d o.j2k e.ppm
+      same d.ppm e.ppm 1 || { echo "layers: $p $opts decode $d"; exit 1; }
+    done
+  done
+  "$tool" encode -p $p -r 0.5,0 -n 3 grey.pgm o.j2k
+  opj_decompress -i o.j2k -o d.pgm >/dev/null
+  same grey.pgm d.pgm 0 || { echo "lossless last layer: $p"; exit 1; }
 done
 
 # OpenJPEG -> ours: lossless equal to the source, lossy within one sample
