@@ -6,7 +6,7 @@
 //                 in.(pgm|ppm|png) out.(j2k|j2c|jp2)
 //   zebj2k decode [-r reduce] [-l layers] in.(j2k|j2c|jp2) out.(pgm|ppm|png)
 //
-// Encoding writes one tile, one or more layers, any progression order and
+// Encoding writes one or more tiles and layers, any progression order and
 // precincts of the default size: lossless with the 5/3 wavelet and RCT, or lossy (-I) with the
 // 9/7 wavelet and ICT, quantised per subband; -r sets a target rate in bits
 // per pixel, reached by discarding coding passes along the convex hull of each
@@ -869,7 +869,7 @@ double synthesisNorm1d(bool high, int level, bool reversible) {
 }
 
 struct EncodeOptions {
-    int levels = 5, cbw = 6, cbh = 6, style = 0, order = 0;
+    int levels = 5, cbw = 6, cbh = 6, style = 0, order = 0, tileW = 0, tileH = 0;
     bool irreversible = false, sop = false, eph = false;
     double step = 0;  // base quantisation step (irreversible), 0 for automatic
     std::vector<double> rates;  // target bits per pixel per layer (cumulative), 0 for all passes
@@ -882,7 +882,12 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     cp.levels = o.levels;
     // Fewer levels than the image allows would leave empty resolutions: fine,
     // but keep every level at least one sample on both sides.
-    while (cp.levels > 0 && ((W >> cp.levels) < 1 || (H >> cp.levels) < 1)) --cp.levels;
+    // Every tile keeps at least one sample per resolution along both axes.
+    {
+        const int tw = o.tileW > 0 ? std::min(o.tileW, W) : W, th = o.tileH > 0 ? std::min(o.tileH, H) : H;
+        const int minW = std::min(tw, W % tw ? W % tw : tw), minH = std::min(th, H % th ? H % th : th);
+        while (cp.levels > 0 && ((minW >> cp.levels) < 1 || (minH >> cp.levels) < 1)) --cp.levels;
+    }
     cp.cbw = o.cbw, cp.cbh = o.cbh, cp.style = o.style, cp.reversible = o.irreversible ? 0 : 1, cp.order = o.order;
     cp.mct = C == 3 ? 1 : 0;
     cp.guard = 2;
@@ -917,36 +922,44 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
             cp.expn.push_back(prec + gain), cp.mant.push_back(0);
         }
     }
-    TileComp proto;
-    std::vector<TileComp> tcs(C);
-    for (int c = 0; c < C; ++c) {
-        TileComp& tc = tcs[c];
-        tc.x0 = 0, tc.y0 = 0, tc.x1 = W, tc.y1 = H;
-        buildTileComp(tc, cp);
-        const int shift = o.irreversible ? kFrac : 0;
-        for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x)
-                tc.buf[static_cast<size_t>(y) * W + x] =
-                    static_cast<int32_t>(static_cast<uint32_t>(img.data8[(static_cast<size_t>(y) * W + x) * C + c] - 128) << shift);
-    }
-    if (C == 3) {
-        Zeb32s* planes[3] = {tcs[0].buf.data(), tcs[1].buf.data(), tcs[2].buf.data()};
-        if (o.irreversible) {
-            // In single precision: the fixed-point form would overflow on
-            // samples that already carry fraction bits.
-            const size_t n = static_cast<size_t>(W) * H;
-            std::vector<float> f(3 * n);
-            Zeb32f* fp[3] = {f.data(), f.data() + n, f.data() + 2 * n};
-            for (int c = 0; c < 3; ++c)
-                for (size_t i = 0; i < n; ++i) fp[c][i] = static_cast<float>(planes[c][i]) * (1.0f / (1 << kFrac));
-            check(zebiICTFwd_JPEG2K_32f_P3IR(fp, 4 * W, {W, H}), "forward ICT");
-            for (int c = 0; c < 3; ++c)
-                for (size_t i = 0; i < n; ++i) planes[c][i] = static_cast<int32_t>(std::lrint(fp[c][i] * (1 << kFrac)));
-        } else {
-            check(zebiRCTFwd_JPEG2K_32s_P3IR(planes, 4 * W, {W, H}), "forward RCT");
+    const int tileW = o.tileW > 0 ? std::min(o.tileW, W) : W, tileH = o.tileH > 0 ? std::min(o.tileH, H) : H;
+    const int tilesX = ceilDiv(W, tileW), tilesY = ceilDiv(H, tileH);
+    std::vector<std::vector<TileComp>> tiles(static_cast<size_t>(tilesX) * tilesY);
+    for (int t = 0; t < tilesX * tilesY; ++t) {
+        const int tx0 = (t % tilesX) * tileW, ty0 = (t / tilesX) * tileH;
+        const int tx1 = std::min(tx0 + tileW, W), ty1 = std::min(ty0 + tileH, H);
+        const int TW = tx1 - tx0, TH = ty1 - ty0;
+        std::vector<TileComp>& tcs = tiles[t];
+        tcs.resize(C);
+        for (int c = 0; c < C; ++c) {
+            TileComp& tc = tcs[c];
+            tc.x0 = tx0, tc.y0 = ty0, tc.x1 = tx1, tc.y1 = ty1;
+            buildTileComp(tc, cp);
+            const int shift = o.irreversible ? kFrac : 0;
+            for (int y = 0; y < TH; ++y)
+                for (int x = 0; x < TW; ++x)
+                    tc.buf[static_cast<size_t>(y) * TW + x] = static_cast<int32_t>(
+                        static_cast<uint32_t>(img.data8[(static_cast<size_t>(y + ty0) * W + x + tx0) * C + c] - 128) << shift);
         }
+        if (C == 3) {
+            Zeb32s* planes[3] = {tcs[0].buf.data(), tcs[1].buf.data(), tcs[2].buf.data()};
+            if (o.irreversible) {
+                // In single precision: the fixed-point form would overflow on
+                // samples that already carry fraction bits.
+                const size_t n = static_cast<size_t>(TW) * TH;
+                std::vector<float> f(3 * n);
+                Zeb32f* fp[3] = {f.data(), f.data() + n, f.data() + 2 * n};
+                for (int c = 0; c < 3; ++c)
+                    for (size_t i = 0; i < n; ++i) fp[c][i] = static_cast<float>(planes[c][i]) * (1.0f / (1 << kFrac));
+                check(zebiICTFwd_JPEG2K_32f_P3IR(fp, 4 * TW, {TW, TH}), "forward ICT");
+                for (int c = 0; c < 3; ++c)
+                    for (size_t i = 0; i < n; ++i) planes[c][i] = static_cast<int32_t>(std::lrint(fp[c][i] * (1 << kFrac)));
+            } else {
+                check(zebiRCTFwd_JPEG2K_32s_P3IR(planes, 4 * TW, {TW, TH}), "forward RCT");
+            }
+        }
+        for (auto& tc : tcs) forwardWavelet(tc, !o.irreversible);
     }
-    for (auto& tc : tcs) forwardWavelet(tc, !o.irreversible);
 
     // Code-blocks, in parallel.
     struct Job {
@@ -956,7 +969,8 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         int idx;
     };
     std::vector<Job> jobs;
-    for (auto& tc : tcs)
+    for (auto& tcs : tiles)
+      for (auto& tc : tcs)
         for (int r = 0; r <= cp.levels; ++r)
             for (Band& B : tc.res[r].bands) {
                 const int idx = r == 0 ? 0 : 3 * (r - 1) + B.type;
@@ -1062,7 +1076,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     for (auto& jb : jobs) jb.cb->layerKeep.assign(layers, jb.cb->codedPasses);
 
     // Packets of the first numLayers layers in LRCP order.
-    auto buildBody = [&](int numLayers) {
+    auto buildBody = [&](std::vector<TileComp>& tcs, int numLayers) {
         std::vector<uint8_t> body;
         for (auto& tc : tcs)
             for (auto& R : tc.res)
@@ -1144,7 +1158,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
 
     // Rate control: per layer one slope threshold, by bisection on the exact
     // size of the codestream up to that layer.
-    const size_t headerBytes = 2 + (2 + 38 + 3 * C) + 14 + (o.irreversible ? 5 + 2 * nb : 5 + nb) + 14 + 2;
+    const size_t headerBytes = 2 + (2 + 38 + 3 * C) + 14 + (o.irreversible ? 5 + 2 * nb : 5 + nb) + 2;
     for (int l = 0; l < static_cast<int>(o.rates.size()); ++l) {
         if (o.rates[l] <= 0) {
             for (auto& jb : jobs)
@@ -1161,7 +1175,9 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
                 if (l > 0) keep = std::max(keep, cb.layerKeep[l - 1]);
                 for (int k = l; k < layers; ++k) cb.layerKeep[k] = keep;
             }
-            return static_cast<double>(buildBody(l + 1).size() + headerBytes);
+            size_t total = headerBytes;
+            for (auto& tcs : tiles) total += buildBody(tcs, l + 1).size() + 14;
+            return static_cast<double>(total);
         };
         double lo = 0, hi = 1e300;
         if (apply(0) <= budget) continue;
@@ -1175,7 +1191,6 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         }
         apply(hi);
     }
-    std::vector<uint8_t> body = buildBody(layers);
 
     std::vector<uint8_t> cs;
     put16(cs, 0xFF4F);
@@ -1183,7 +1198,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     put16(cs, 38 + 3 * C);
     put16(cs, 0);
     put32(cs, static_cast<uint32_t>(W)), put32(cs, static_cast<uint32_t>(H)), put32(cs, 0), put32(cs, 0);
-    put32(cs, static_cast<uint32_t>(W)), put32(cs, static_cast<uint32_t>(H)), put32(cs, 0), put32(cs, 0);
+    put32(cs, static_cast<uint32_t>(tileW)), put32(cs, static_cast<uint32_t>(tileH)), put32(cs, 0), put32(cs, 0);
     put16(cs, C);
     for (int c = 0; c < C; ++c) cs.push_back(prec - 1), cs.push_back(1), cs.push_back(1);
     put16(cs, 0xFF52);
@@ -1205,13 +1220,16 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         cs.push_back(static_cast<uint8_t>(cp.guard << 5));
         for (int i = 0; i < nb; ++i) cs.push_back(static_cast<uint8_t>(cp.expn[i] << 3));
     }
-    put16(cs, 0xFF90);
-    put16(cs, 10);
-    put16(cs, 0);
-    put32(cs, static_cast<uint32_t>(12 + 2 + body.size()));
-    cs.push_back(0), cs.push_back(1);
-    put16(cs, 0xFF93);
-    cs.insert(cs.end(), body.begin(), body.end());
+    for (int t = 0; t < tilesX * tilesY; ++t) {
+        const std::vector<uint8_t> body = buildBody(tiles[t], layers);
+        put16(cs, 0xFF90);
+        put16(cs, 10);
+        put16(cs, t);
+        put32(cs, static_cast<uint32_t>(12 + 2 + body.size()));
+        cs.push_back(0), cs.push_back(1);
+        put16(cs, 0xFF93);
+        cs.insert(cs.end(), body.begin(), body.end());
+    }
     put16(cs, 0xFFD9);
     return cs;
 }
@@ -1242,7 +1260,7 @@ std::vector<uint8_t> wrapJp2(const std::vector<uint8_t>& cs, const Image& img) {
 
 int usage() {
     std::fprintf(stderr,
-                 "usage: zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp[,bpp...]] [-p order] [-SOP] [-EPH] in out.(j2k|j2c|jp2)\n"
+                 "usage: zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp[,bpp...]] [-p order] [-t W,H] [-SOP] [-EPH] in out.(j2k|j2c|jp2)\n"
                  "       zebj2k decode [-r reduce] [-l layers] in.(j2k|j2c|jp2) out.(pgm|ppm|png)\n");
     return 2;
 }
@@ -1289,6 +1307,10 @@ int main(int argc, char** argv) {
                     if (o.rates.back() > 0) o.irreversible = true;  // a last layer of 0 keeps it lossless
                 }
                 else if (a == "-SOP") o.sop = true;
+                else if (a == "-t") {
+                    if (std::sscanf(next().c_str(), "%d,%d", &o.tileW, &o.tileH) != 2 || o.tileW < 1 || o.tileH < 1)
+                        throw FileError("-t takes W,H");
+                }
                 else if (a == "-p") {
                     static const char* const kOrders[] = {"LRCP", "RLCP", "RPCL", "PCRL", "CPRL"};
                     const std::string v = next();
