@@ -122,26 +122,28 @@ done
 # Damaged files: truncations and flipped bytes end with a message or an
 # image, never with a signal.
 opj_compress -i rgb.ppm -o t.j2k -r 20,5,1 -SOP -EPH >/dev/null 2>&1
-size=$(stat -c %s t.j2k)
-python3 - t.j2k "$size" <<'PY'
-import sys, random
-src = open(sys.argv[1], 'rb').read()
+opj_compress -i rgb.ppm -o t.jp2 -t 32,32 -n 3 -r 10,1 -M 5 >/dev/null 2>&1
+python3 - <<'PY'
+import random
 rnd = random.Random(5)
-for i in range(60):
-    d = bytearray(src)
-    if i % 2:
-        d = d[:rnd.randrange(len(d))]
-    else:
-        for _ in range(1 + i % 4):
-            d[rnd.randrange(len(d))] = rnd.randrange(256)
-    open('bad%02d.j2k' % i, 'wb').write(d)
+for name, head in (('t.j2k', 0), ('t.jp2', 300)):
+    src = open(name, 'rb').read()
+    for i in range(40):
+        d = bytearray(src)
+        if i % 2 and not head:
+            d = d[:rnd.randrange(len(d))]
+        else:
+            for _ in range(1 + i % 4):
+                d[rnd.randrange(min(len(d), head or len(d)))] = rnd.randrange(256)
+        open('bad%s%02d.j2k' % (name[2:], i), 'wb').write(d)
 PY
 for f in bad*.j2k; do
   set +e
-  "$tool" decode $f bad.ppm 2>/dev/null
+  "$tool" decode $f bad.ppm 2>err.txt
   rc=$?
   set -e
   [ $rc -le 1 ] || { echo "decoder crashed on $f (exit $rc)"; exit 1; }
+  if grep -q -i -e sanitizer -e 'runtime error' err.txt; then cat err.txt; echo "memory error on $f"; exit 1; fi
 done
 printf 'garbage' > g.j2k
 if "$tool" decode g.j2k bad.ppm 2>/dev/null; then echo "garbage accepted"; exit 1; fi
