@@ -4,7 +4,7 @@
 //
 //   zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp,...] [-p order] [-SOP] [-EPH]
 //                 in.(pgm|ppm|png) out.(j2k|j2c|jp2)
-//   zebj2k decode [-r reduce] [-l layers] in.(j2k|j2c|jp2) out.(pgm|ppm|png)
+//   zebj2k decode [-r reduce] [-l layers] [-v] in.(j2k|j2c|jp2) out.(pgm|ppm|png)
 //
 // Encoding writes one or more tiles and layers, any progression order and
 // precincts of the default size: lossless with the 5/3 wavelet and RCT, or lossy (-I) with the
@@ -15,6 +15,7 @@
 // EPH markers, all code-block styles, image and tile offsets, and 8 to 16 bit
 // unsigned components without subsampling, with precincts of the default size.
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,29 @@ using zebex::FileError;
 using zebex::Image;
 
 namespace {
+
+// Stage timer for -v: wall time between marks, summed per stage name.
+struct StageClock {
+    bool on = false;
+    std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
+    std::vector<std::pair<std::string, double>> sums;
+    void mark(const char* stage) {
+        const auto now = std::chrono::steady_clock::now();
+        const double ms = std::chrono::duration<double, std::milli>(now - last).count();
+        last = now;
+        for (auto& s : sums)
+            if (s.first == stage) {
+                s.second += ms;
+                return;
+            }
+        sums.push_back({stage, ms});
+    }
+    void print() const {
+        if (!on) return;
+        for (auto& s : sums) std::fprintf(stderr, "  %-12s %8.1f ms\n", s.first.c_str(), s.second);
+    }
+};
+StageClock gClock;
 
 struct BadStream : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -608,8 +632,13 @@ struct Decoder {
         if (out.bits == 8) out.data8.assign(total, 0);
         else out.data16.assign(total, 0);
 
-        for (int t = 0; t < tilesX * tilesY; ++t) decodeTile(t, tilesX, tileData[t], ox0, oy0);
+        gClock.mark("read");
+        for (int t = 0; t < tilesX * tilesY; ++t) {
+            decodeTile(t, tilesX, tileData[t], ox0, oy0);
+            gClock.mark("colour");
+        }
         zebex::writeImage(outPath, out);
+        gClock.mark("write");
     }
 
     // Reads all packets of one tile and reconstructs it into the output image.
@@ -639,8 +668,21 @@ struct Decoder {
             truncated = true;
         }
         const int upTo = cp.levels - reduce;
+        gClock.mark("packets");
         for (int c = 0; c < C; ++c) decodeBlocks(tcs[c], upTo);
-        for (int c = 0; c < C; ++c) inverseWavelet(tcs[c], upTo, cp.reversible != 0);
+        gClock.mark("blocks");
+        bool wtFailed = false;
+#pragma omp parallel for schedule(dynamic, 1)
+        for (int c = 0; c < C; ++c) {
+            try {
+                inverseWavelet(tcs[c], upTo, cp.reversible != 0);
+            } catch (...) {
+#pragma omp atomic write
+                wtFailed = true;
+            }
+        }
+        if (wtFailed) throw FileError("inverse wavelet failed");
+        gClock.mark("wavelet");
         // Tile of the reduced resolution.
         const Resolution& top = tcs[0].res[upTo];
         const int w = top.x1 - top.x0, h = top.y1 - top.y0;
@@ -925,6 +967,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
     const int tileW = o.tileW > 0 ? std::min(o.tileW, W) : W, tileH = o.tileH > 0 ? std::min(o.tileH, H) : H;
     const int tilesX = ceilDiv(W, tileW), tilesY = ceilDiv(H, tileH);
     std::vector<std::vector<TileComp>> tiles(static_cast<size_t>(tilesX) * tilesY);
+    gClock.mark("setup");
     for (int t = 0; t < tilesX * tilesY; ++t) {
         const int tx0 = (t % tilesX) * tileW, ty0 = (t / tilesX) * tileH;
         const int tx1 = std::min(tx0 + tileW, W), ty1 = std::min(ty0 + tileH, H);
@@ -958,7 +1001,19 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
                 check(zebiRCTFwd_JPEG2K_32s_P3IR(planes, 4 * TW, {TW, TH}), "forward RCT");
             }
         }
-        for (auto& tc : tcs) forwardWavelet(tc, !o.irreversible);
+        gClock.mark("colour");
+        bool wtFailed = false;
+#pragma omp parallel for schedule(dynamic, 1)
+        for (int c = 0; c < C; ++c) {
+            try {
+                forwardWavelet(tcs[c], !o.irreversible);
+            } catch (...) {
+#pragma omp atomic write
+                wtFailed = true;
+            }
+        }
+        if (wtFailed) throw FileError("forward wavelet failed");
+        gClock.mark("wavelet");
     }
 
     // Code-blocks, in parallel.
@@ -1049,6 +1104,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         if (st) zebiEncodeFree_JPEG2K(st);
     }
     if (failed) throw FileError("code-block coding failed");
+    gClock.mark("blocks");
 
     // Hull of each block: the passes where the distortion-rate slope falls.
     std::vector<std::vector<std::pair<int, double>>> hulls(jobs.size());
@@ -1192,6 +1248,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         apply(hi);
     }
 
+    gClock.mark("rate");
     std::vector<uint8_t> cs;
     put16(cs, 0xFF4F);
     put16(cs, 0xFF51);
@@ -1230,6 +1287,7 @@ std::vector<uint8_t> encodeImage(const Image& img, const EncodeOptions& o) {
         put16(cs, 0xFF93);
         cs.insert(cs.end(), body.begin(), body.end());
     }
+    gClock.mark("packets");
     put16(cs, 0xFFD9);
     return cs;
 }
@@ -1260,8 +1318,8 @@ std::vector<uint8_t> wrapJp2(const std::vector<uint8_t>& cs, const Image& img) {
 
 int usage() {
     std::fprintf(stderr,
-                 "usage: zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp[,bpp...]] [-p order] [-t W,H] [-SOP] [-EPH] in out.(j2k|j2c|jp2)\n"
-                 "       zebj2k decode [-r reduce] [-l layers] in.(j2k|j2c|jp2) out.(pgm|ppm|png)\n");
+                 "usage: zebj2k encode [-n levels] [-b W,H] [-M style] [-I] [-q step] [-r bpp[,bpp...]] [-p order] [-t W,H] [-SOP] [-EPH] [-v] in out.(j2k|j2c|jp2)\n"
+                 "       zebj2k decode [-r reduce] [-l layers] [-v] in.(j2k|j2c|jp2) out.(pgm|ppm|png)\n");
     return 2;
 }
 
@@ -1292,6 +1350,7 @@ int main(int argc, char** argv) {
                     o.style = styleFromMarker(((m & 1) ? 1 : 0) | ((m & 2) ? 2 : 0) | ((m & 4) ? 4 : 0) | ((m & 8) ? 8 : 0) |
                                               ((m & 32) ? 32 : 0));
                 } else if (a == "-I") o.irreversible = true;
+                else if (a == "-v") gClock.on = true;
                 else if (a == "-q") o.step = std::atof(next().c_str());
                 else if (a == "-r") {
                     const std::string v = next();
@@ -1324,10 +1383,14 @@ int main(int argc, char** argv) {
                 else files.push_back(a);
             }
             if (files.size() != 2) return usage();
+            gClock.mark("start");
             Image img = zebex::readImage(files[0]);
+            gClock.mark("read");
             auto cs = encodeImage(img, o);
             if (zebex::endsWith(files[1], ".jp2")) cs = wrapJp2(cs, img);
             zebex::writeFile(files[1], cs);
+            gClock.mark("write");
+            gClock.print();
             return 0;
         }
         if (cmd == "decode") {
@@ -1340,12 +1403,14 @@ int main(int argc, char** argv) {
                 };
                 if (a == "-r") d.reduce = std::max(0, std::atoi(next().c_str()));
                 else if (a == "-l") d.maxLayers = std::max(1, std::atoi(next().c_str()));
+                else if (a == "-v") gClock.on = true;
                 else if (!a.empty() && a[0] == '-') return usage();
                 else files.push_back(a);
             }
             if (files.size() != 2) return usage();
             const auto bytes = zebex::readFile(files[0]);
             d.run(bytes, files[1]);
+            gClock.print();
             return 0;
         }
         return usage();
