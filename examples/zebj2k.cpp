@@ -694,19 +694,21 @@ struct Decoder {
             if (cp.reversible) {
                 check(zebiRCTInv_JPEG2K_32s_P3IR(planes.data(), 4 * stride, {w, h}), "inverse RCT");
             } else {
-                std::vector<float> f(static_cast<size_t>(3) * w * h);
-                Zeb32f* fp[3] = {f.data(), f.data() + static_cast<size_t>(w) * h, f.data() + 2 * static_cast<size_t>(w) * h};
-                for (int c = 0; c < 3; ++c)
-                    for (int y = 0; y < h; ++y)
-                        for (int x = 0; x < w; ++x)
-                            fp[c][static_cast<size_t>(y) * w + x] =
-                                static_cast<float>(planes[c][static_cast<size_t>(y) * stride + x]) * (1.0f / (1 << kFrac));
-                check(zebiICTInv_JPEG2K_32f_P3IR(fp, 4 * w, {w, h}), "inverse ICT");
-                for (int c = 0; c < 3; ++c)
-                    for (int y = 0; y < h; ++y)
-                        for (int x = 0; x < w; ++x)
-                            planes[c][static_cast<size_t>(y) * stride + x] =
-                                static_cast<int32_t>(std::lrint(fp[c][static_cast<size_t>(y) * w + x]));
+                // Row by row through a small float buffer.
+                std::vector<float> f(static_cast<size_t>(3) * w);
+                Zeb32f* fp[3] = {f.data(), f.data() + w, f.data() + 2 * static_cast<size_t>(w)};
+                const float scale = 1.0f / (1 << kFrac);
+                for (int y = 0; y < h; ++y) {
+                    for (int c = 0; c < 3; ++c) {
+                        const int32_t* src = planes[c] + static_cast<size_t>(y) * stride;
+                        for (int x = 0; x < w; ++x) fp[c][x] = static_cast<float>(src[x]) * scale;
+                    }
+                    check(zebiICTInv_JPEG2K_32f_P3IR(fp, 4 * w, {w, 1}), "inverse ICT");
+                    for (int c = 0; c < 3; ++c) {
+                        int32_t* dst = planes[c] + static_cast<size_t>(y) * stride;
+                        for (int x = 0; x < w; ++x) dst[x] = static_cast<int32_t>(std::lrintf(fp[c][x]));
+                    }
+                }
             }
         } else if (!cp.reversible) {
             for (int c = 0; c < C; ++c)
