@@ -612,11 +612,12 @@ struct Decoder {
         }
         if (!haveCod || !haveQcd) throw BadStream("COD or QCD marker missing");
         if (derived_) {
-            // Derived quantisation: exponent falls by one per level from the LL band.
+            // Derived quantisation: the exponent falls by one for each level
+            // from the LL band: e0 - NL + nb, nb = NL - r + 1 for resolution r.
             const int e0 = cp.expn[0], m0 = cp.mant[0];
             cp.expn.assign(1, e0), cp.mant.assign(1, m0);
             for (int r2 = 1; r2 <= cp.levels; ++r2)
-                for (int b = 0; b < 3; ++b) cp.expn.push_back(e0 - cp.levels + r2), cp.mant.push_back(m0);
+                for (int b = 0; b < 3; ++b) cp.expn.push_back(e0 - r2 + 1), cp.mant.push_back(m0);
         }
         if (cp.mct && siz.comps < 3) throw BadStream("component transform on fewer than three components");
         reduce = std::min(reduce, cp.levels);
