@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "jpeg/huffman/cjpeg_files.h"
 #include "zebjp.h"
 
 #ifdef ZEB_HAVE_LIBJPEG
@@ -23,46 +24,10 @@
 
 namespace {
 
-// A photograph-like scene: sky gradient, a lit ball, stripes, hard edges and
-// sensor noise.
-void writeScene(const std::string& path, int w, int h, unsigned seed) {
-    std::mt19937 g(seed);
-    std::normal_distribution<double> noise(0.0, 4.0);
-    std::vector<uint8_t> px(static_cast<size_t>(w) * h * 3);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            double r = 90 + 120.0 * y / h, gg = 140 + 60.0 * x / w, b = 220 - 80.0 * y / h;
-            double dx = x - w * 0.35, dy = y - h * 0.45, rad = std::sqrt(dx * dx + dy * dy);
-            if (rad < h * 0.25) {
-                double shade = 1.0 - rad / (h * 0.3);
-                r = 200 * shade + 40;
-                gg = 60 * shade + 20;
-                b = 30;
-            }
-            if (y > h * 0.7) {  // striped ground
-                double s = std::sin(x * 0.4 + y * 0.1);
-                r = 100 + 40 * s;
-                gg = 120 + 50 * s;
-                b = 60;
-            }
-            if (x > w * 0.75 && y < h * 0.5) r = gg = b = (x / 6 + y / 6) % 2 ? 250 : 10;  // checkerboard
-            uint8_t* p = &px[(static_cast<size_t>(y) * w + x) * 3];
-            double c[3] = {r, gg, b};
-            for (int i = 0; i < 3; ++i) {
-                double v = c[i] + noise(g);
-                p[i] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-            }
-        }
-    }
-    std::ofstream f(path, std::ios::binary);
-    f << "P6\n" << w << " " << h << "\n255\n";
-    f.write(reinterpret_cast<const char*>(px.data()), static_cast<std::streamsize>(px.size()));
-}
-
-std::vector<uint8_t> readAll(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), {});
-}
+using hufftest::Coeffs;
+using hufftest::readAll;
+using hufftest::toolPath;
+using hufftest::writeScene;
 
 // The parts of a baseline file that the entropy decoder needs.
 struct JpegFile {
@@ -125,8 +90,6 @@ bool parseJpeg(const std::vector<uint8_t>& d, JpegFile& f) {
     }
     return false;
 }
-
-using Coeffs = std::vector<std::vector<int16_t>>;  // per component, blocks of 64 in raster order
 
 struct CompGeometry {
     int wBlocks, hBlocks;  // real blocks
@@ -206,42 +169,14 @@ bool decodeWithUs(const std::vector<uint8_t>& d, const JpegFile& f, Coeffs& out,
 
 #ifdef ZEB_HAVE_LIBJPEG
 bool decodeWithLibjpeg(const std::vector<uint8_t>& d, Coeffs& out, std::vector<CompGeometry>& geo) {
-    jpeg_decompress_struct cinfo;
-    jpeg_error_mgr jerr;
-    cinfo.err = jpeg_std_error(&jerr);
-    jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, d.data(), static_cast<unsigned long>(d.size()));
-    jpeg_read_header(&cinfo, TRUE);
-    jvirt_barray_ptr* arrays = jpeg_read_coefficients(&cinfo);
-    out.assign(cinfo.num_components, {});
+    std::vector<hufftest::LibjpegComp> lg;
+    if (!hufftest::readLibjpegCoefficients(d, out, lg)) return false;
     geo.clear();
-    for (int c = 0; c < cinfo.num_components; ++c) {
-        jpeg_component_info* ci = &cinfo.comp_info[c];
-        CompGeometry g{static_cast<int>(ci->width_in_blocks), static_cast<int>(ci->height_in_blocks),
-                       static_cast<int>(ci->width_in_blocks)};
-        geo.push_back(g);
-        out[c].resize(static_cast<size_t>(g.wBlocks) * g.hBlocks * 64);
-        for (int by = 0; by < g.hBlocks; ++by) {
-            JBLOCKARRAY row = (*cinfo.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), arrays[c], by, 1, FALSE);
-            for (int bx = 0; bx < g.wBlocks; ++bx)
-                for (int i = 0; i < 64; ++i) out[c][(static_cast<size_t>(by) * g.wBlocks + bx) * 64 + i] = row[0][bx][i];
-        }
-    }
-    jpeg_finish_decompress(&cinfo);
-    jpeg_destroy_decompress(&cinfo);
+    for (const auto& g : lg) geo.push_back({g.wBlocks, g.hBlocks, g.wBlocks});
     return true;
 }
 #endif
 
-std::string toolPath() {
-    FILE* p = popen("command -v cjpeg 2>/dev/null", "r");
-    if (!p) return "";
-    char buf[512] = {};
-    std::string r = fgets(buf, sizeof buf, p) ? std::string(buf) : "";
-    pclose(p);
-    while (!r.empty() && (r.back() == '\n' || r.back() == '\r')) r.pop_back();
-    return r;
-}
 
 class CjpegFiles : public ::testing::TestWithParam<const char*> {};
 

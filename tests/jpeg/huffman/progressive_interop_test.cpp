@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "std_tables.h"
+#include "jpeg/huffman/cjpeg_files.h"
 #include "zebjp.h"
 
 #ifdef ZEB_HAVE_LIBJPEG
@@ -27,39 +28,10 @@ namespace {
 
 using hufftest::Tables;
 
-// A photograph-like scene: gradients, a shaded disc, stripes, a
-// checkerboard and noise.
-void writeScene(const std::string& path, int w, int h, unsigned seed) {
-    std::mt19937 g(seed);
-    std::normal_distribution<double> noise(0.0, 5.0);
-    std::vector<uint8_t> px(static_cast<size_t>(w) * h * 3);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            double c[3] = {70 + 150.0 * y / h, 150 + 70.0 * x / w, 230 - 90.0 * y / h};
-            double dx = x - w * 0.4, dy = y - h * 0.5;
-            if (dx * dx + dy * dy < h * h * 0.06) {
-                double shade = 1.0 - std::sqrt(dx * dx + dy * dy) / (h * 0.3);
-                c[0] = 210 * shade + 30, c[1] = 70 * shade + 10, c[2] = 40;
-            }
-            if (y > h * 0.72) c[0] = c[1] = 110 + 60 * std::sin(x * 0.5 + y * 0.2), c[2] = 50;
-            if (x > w * 0.78 && y < h * 0.45) c[0] = c[1] = c[2] = (x / 5 + y / 5) % 2 ? 245 : 12;
-            for (int i = 0; i < 3; ++i) {
-                double v = c[i] + noise(g);
-                px[(static_cast<size_t>(y) * w + x) * 3 + i] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
-            }
-        }
-    }
-    std::ofstream f(path, std::ios::binary);
-    f << "P6\n" << w << " " << h << "\n255\n";
-    f.write(reinterpret_cast<const char*>(px.data()), static_cast<std::streamsize>(px.size()));
-}
-
-std::vector<uint8_t> readAll(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(f), {});
-}
-
-using Coeffs = std::vector<std::vector<int16_t>>;  // per component, blocks of 64
+using hufftest::Coeffs;
+using hufftest::readAll;
+using hufftest::toolPath;
+using hufftest::writeScene;
 
 struct Comp {
     int id, h, v;
@@ -231,30 +203,15 @@ private:
 
 #ifdef ZEB_HAVE_LIBJPEG
 bool readCoefficients(const std::vector<uint8_t>& d, Coeffs& out, std::vector<Comp>& geo) {
-    jpeg_decompress_struct cinfo;
-    jpeg_error_mgr jerr;
-    cinfo.err = jpeg_std_error(&jerr);
-    jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, d.data(), static_cast<unsigned long>(d.size()));
-    jpeg_read_header(&cinfo, TRUE);
-    jvirt_barray_ptr* arrays = jpeg_read_coefficients(&cinfo);
-    out.assign(cinfo.num_components, {});
+    std::vector<hufftest::LibjpegComp> lg;
+    if (!hufftest::readLibjpegCoefficients(d, out, lg)) return false;
     geo.clear();
-    for (int c = 0; c < cinfo.num_components; ++c) {
-        jpeg_component_info* ci = &cinfo.comp_info[c];
-        Comp g{ci->component_id, ci->h_samp_factor, ci->v_samp_factor};
-        g.wBlocks = static_cast<int>(ci->width_in_blocks);
-        g.hBlocks = static_cast<int>(ci->height_in_blocks);
-        geo.push_back(g);
-        out[c].resize(static_cast<size_t>(g.wBlocks) * g.hBlocks * 64);
-        for (int by = 0; by < g.hBlocks; ++by) {
-            JBLOCKARRAY row = (*cinfo.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), arrays[c], by, 1, FALSE);
-            for (int bx = 0; bx < g.wBlocks; ++bx)
-                for (int i = 0; i < 64; ++i) out[c][(static_cast<size_t>(by) * g.wBlocks + bx) * 64 + i] = row[0][bx][i];
-        }
+    for (const auto& g : lg) {
+        Comp c{g.id, g.h, g.v};
+        c.wBlocks = g.wBlocks;
+        c.hBlocks = g.hBlocks;
+        geo.push_back(c);
     }
-    jpeg_finish_decompress(&cinfo);
-    jpeg_destroy_decompress(&cinfo);
     return true;
 }
 #endif
@@ -361,15 +318,6 @@ std::vector<uint8_t> writeProgressive(const Coeffs& c, const std::vector<Comp>& 
     return o;
 }
 
-std::string toolPath() {
-    FILE* p = popen("command -v cjpeg 2>/dev/null", "r");
-    if (!p) return "";
-    char buf[512] = {};
-    std::string r = fgets(buf, sizeof buf, p) ? std::string(buf) : "";
-    pclose(p);
-    while (!r.empty() && (r.back() == '\n' || r.back() == '\r')) r.pop_back();
-    return r;
-}
 
 // Scan scripts: successive approximation in depth, and spectral selection
 // with non-interleaved DC scans.
