@@ -28,28 +28,6 @@ struct Block {
     int16_t c[64];
 };
 
-// Bits appended MSB first with byte stuffing, for hand-made streams.
-struct BitSink {
-    std::vector<uint8_t> out;
-    uint32_t acc = 0;
-    int n = 0;
-    void put(uint32_t v, int len) {
-        for (int i = len - 1; i >= 0; --i) {
-            acc = acc << 1 | ((v >> i) & 1);
-            if (++n == 8) {
-                out.push_back(static_cast<uint8_t>(acc));
-                if ((acc & 0xFF) == 0xFF) out.push_back(0);
-                acc = 0;
-                n = 0;
-            }
-        }
-    }
-    void code(const EncodeHuffmanSpec& s, int sym) { put(s.entry[sym] & 0xFFFF, s.entry[sym] >> 16); }
-    void pad() {
-        if (n) put(0x7F, 8 - n);
-    }
-};
-
 // Encoder run over a sequence of blocks with one state.
 struct Encoder {
     EncodeHuffmanState st;

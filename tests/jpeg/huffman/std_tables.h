@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <random>
+#include <vector>
 
 #include "zebjp.h"
 
@@ -70,5 +71,28 @@ inline void realisticBlock(std::mt19937& g, int16_t* blk, double scale, int dcRa
         blk[i] = static_cast<int16_t>(v);
     }
 }
+
+// Bits appended MSB first with byte stuffing, for hand-made streams; pad()
+// fills the last byte with ones.
+struct BitSink {
+    std::vector<uint8_t> out;
+    uint32_t acc = 0;
+    int n = 0;
+    void put(uint32_t v, int len) {
+        for (int i = len - 1; i >= 0; --i) {
+            acc = acc << 1 | ((v >> i) & 1);
+            if (++n == 8) {
+                out.push_back(static_cast<uint8_t>(acc));
+                if ((acc & 0xFF) == 0xFF) out.push_back(0);
+                acc = 0;
+                n = 0;
+            }
+        }
+    }
+    void code(const EncodeHuffmanSpec& s, int sym) { put(s.entry[sym] & 0xFFFF, s.entry[sym] >> 16); }
+    void pad() {
+        if (n) put(0x7F, 8 - n);
+    }
+};
 
 }  // namespace hufftest
