@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "jpeg2000/transform/checkasm.h"
+#include "jpeg2000/transform/opj_tools.h"
 #include "jpeg2000/transform/wavelet.h"
 #include "support/test_util.h"
 #include "zebjp.h"
@@ -680,31 +681,8 @@ TEST(Wavelet53RoundTrip, EveryWidthHeightAndPhase) {
 // reduced-resolution image that an independent decoder reconstructs from a
 // lossless codestream with one decomposition level.
 
-bool haveTool(const char* name) {
-    std::string cmd = std::string("command -v ") + name + " > /dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
-
-std::vector<int> readPgm(const std::string& path, int& w, int& h) {
-    std::ifstream f(path, std::ios::binary);
-    // Header fields separated by white space, with # comments to the end of a line.
-    auto field = [&f]() {
-        std::string t;
-        while (f >> t) {
-            if (t[0] != '#') return t;
-            std::getline(f, t);
-        }
-        return std::string("0");
-    };
-    field();
-    w = std::stoi(field());
-    h = std::stoi(field());
-    field();
-    f.get();
-    std::vector<int> v(size_t(w) * h);
-    for (auto& s : v) s = static_cast<unsigned char>(f.get());
-    return v;
-}
+using zebtest::opj::haveTool;
+using zebtest::opj::readPgm;
 
 TEST(Wavelet53Interop, LowBandMatchesIndependentDecoder) {
     if (!haveTool("opj_compress") || !haveTool("opj_decompress")) GTEST_SKIP() << "OpenJPEG tools not installed";

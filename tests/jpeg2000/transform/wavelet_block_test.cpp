@@ -16,6 +16,7 @@
 
 #include "frame/arith.h"
 #include "jpeg2000/transform/checkasm.h"
+#include "jpeg2000/transform/opj_tools.h"
 #include "support/test_util.h"
 #include "zebjp.h"
 
@@ -452,30 +453,8 @@ TEST(WaveletBlockRoundTrip, OddAddressesGiveTheSameBands) {
 // reduced-resolution image an independent decoder rebuilds from a lossless
 // codestream of the same image.
 
-bool haveTool(const char* name) {
-    std::string cmd = std::string("command -v ") + name + " > /dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
-}
-
-std::vector<int> readPgm(const std::string& path, int& w, int& h) {
-    std::ifstream f(path, std::ios::binary);
-    auto field = [&f]() {
-        std::string t;
-        while (f >> t) {
-            if (t[0] != '#') return t;
-            std::getline(f, t);
-        }
-        return std::string("0");
-    };
-    field();
-    w = std::stoi(field());
-    h = std::stoi(field());
-    field();
-    f.get();
-    std::vector<int> v(size_t(w) * h);
-    for (auto& s : v) s = static_cast<unsigned char>(f.get());
-    return v;
-}
+using zebtest::opj::haveTool;
+using zebtest::opj::readPgm;
 
 TEST(WaveletBlockInterop, SeveralFiveThreeLevelsMatchIndependentDecoder) {
     if (!haveTool("opj_compress") || !haveTool("opj_decompress")) GTEST_SKIP() << "OpenJPEG tools not installed";
